@@ -1,0 +1,45 @@
+#pragma once
+// Windows 10 keeps Prefetch files in compressed containers: "MAM" and "MEM0"
+// hold LZ77+Huffman blocks, 0x81 0x81 "xpress" a Plain LZ77 stream.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+enum container_kind : std::uint32_t {
+    container_none = 0,
+    container_mem0 = 2,
+    container_mam = 3,
+    container_xpress = 4,
+};
+
+// The container kind of the bytes (0 when none), and its declared output size.
+std::uint32_t detect_container(std::uint32_t& output_size, std::uint8_t const* data, std::int32_t size);
+std::uint32_t detect_container(std::uint32_t& output_size, std::vector<std::uint8_t> const& data);
+
+class container_decompressor {
+public:
+    container_decompressor();
+
+    bool decompress_container(std::uint8_t const* data, std::int32_t size);
+    bool decompress_container(std::vector<std::uint8_t> const& data);
+    bool write_output_file(std::string const& path);
+
+    std::vector<std::uint8_t> const& output() const { return m_output; }
+    std::vector<std::uint8_t>& output() { return m_output; }
+    std::uint32_t kind() const { return m_kind; }
+    bool table_ready() const { return m_table_ready; }
+
+private:
+    bool build_code_table(std::uint8_t const* block, std::size_t length);
+    bool decode_huffman_block(std::size_t& consumed, std::uint8_t const* block, std::size_t length);
+    std::size_t decode_plain_xpress(std::uint8_t const* data, std::int32_t size);
+
+    std::uint32_t m_kind = 0;
+    std::uint32_t m_output_size = 0;
+    std::vector<std::uint16_t> m_code_lengths;
+    std::int32_t m_table_size = 32768;
+    std::vector<std::uint16_t> m_code_table;
+    std::vector<std::uint8_t> m_output;
+    std::uint32_t m_output_pos = 0;
+    bool m_table_ready = false;
+};
