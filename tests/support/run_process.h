@@ -1,0 +1,29 @@
+#pragma once
+// Runs the built kito (or any program) with arguments and standard input, and
+// hands back standard output, standard error and the exit status separately.
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+struct process_result {
+    std::string out;
+    std::string err;
+    int status = -1; // exit status as the shell sees it, or -1 if it did not exit
+};
+
+process_result run_process(std::string const& program, std::vector<std::string> const& args,
+                           std::string const& input = {}, std::vector<std::string> const& env = {},
+                           std::string const& working_dir = {});
+
+// The kito under test (KITO_BINARY), with TZ fixed to UTC.
+process_result run_kito(std::vector<std::string> const& args, std::string const& input = {},
+                        std::string const& working_dir = {});
+
+// Environment variables set by ctest; empty when unset.
+std::string env_or_empty(char const* name);
+// The shared corpus folder, or empty when it is absent.
+std::string corpus_dir();
+// A fresh empty folder under the system's temporary folder.
+std::string make_temp_dir(std::string const& tag);
+void write_file(std::string const& path, std::string const& bytes);
+std::string read_file(std::string const& path);
