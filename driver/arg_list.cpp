@@ -116,10 +116,12 @@ bool parse_u32_text(std::string const& text, std::uint32_t& value)
         if (!(std::isdigit(static_cast<unsigned char>(first)) || first == '+' || first == '-')) return false;
         bool const negative = t[0] == '-';
         std::string digits = (t[0] == '+' || t[0] == '-') ? t.substr(1) : t;
-        ok = digits_to_u64(digits, 10, v);
+        ok = digits_to_u64(digits, 10, v) && v <= UINT32_MAX;
         if (ok && negative) v = static_cast<std::uint32_t>(0u - static_cast<std::uint32_t>(v));
     }
-    if (!ok) return false;
+    // A number too wide for the field is refused rather than wrapped, so a
+    // typo never turns into a small, plausible value.
+    if (!ok || v > UINT32_MAX) return false;
     value = static_cast<std::uint32_t>(v);
     return true;
 }

@@ -97,5 +97,7 @@ public:
     time_bound m_stop_bound;
 };
 
-// Stores the field separator and picks the substitution pair for values.
+// Stores the field separator and picks the substitution pair for values: a
+// "|" or "," in the separator is replaced inside values ("|" by ";", "," by a
+// blank, or by ";" with `flag`). "tab", or a backslash and "t", names the tab.
 void separator_setup(cmd_params& context, std::string const& text, bool flag);

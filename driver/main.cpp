@@ -1,2 +1,86 @@
-// Entry point; the run driver replaces this placeholder.
-int main() { return 0; }
+// The spine of a run: arguments in, help answered, the run header framed,
+// options parsed, one mode run, and an exit status of 0 or -1 out.
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include "driver/arg_list.h"
+#include "driver/kito_user_context.h"
+#include "driver/process_files.h"
+#include "driver/run_header.h"
+#include "foundation/run_statistics.h"
+#include "foundation/uni_fileio.h"
+#include "foundation/vlm_path_rules.h"
+
+namespace {
+
+// Any element asks for help, values and the program path included.
+bool help_requested(arg_list& list)
+{
+    for (char const* word : {"-h", "-help", "/?", "--help"})
+        if (take_flag(word, list, true)) return true;
+    return list.size() == 1;
+}
+
+// Which of the driver's modes the fields left by the option pass select.
+int run_mode(kito_user_context& context, arg_list const& list, std::ostream& results)
+{
+    if (context.m_decompress_only) return run_decompress_mode(context, list);
+    if (context.m_pipe_input || context.m_enum_dir_given) return process_prefetch_files(context, results) ? 0 : -1;
+    if (list.size() == 2) {
+        context.m_file_path = expand_path_variables(list[1], true);
+        return process_prefetch_files(context, results) ? 0 : -1;
+    }
+    // Anything left over, be it a second name or an option without its
+    // value, means the command was not understood.
+    if (!context.m_scan_volume) {
+        print_usage(context.m_program_name);
+        return 0;
+    }
+    return process_prefetch_files(context, results) ? 0 : -1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 1) std::exit(-1);
+    arg_list list;
+    for (int i = 0; i < argc; ++i) list.emplace_back(argv[i] != nullptr ? argv[i] : "");
+
+    // Destroyed last, so its chores follow the close of the results file and
+    // of the diagnostics log.
+    run_statistics statistics;
+    std::ostringstream header;
+    kito_user_context context;
+
+    if (help_requested(list)) {
+        print_usage(list[0]);
+        std::exit(0);
+    }
+    // Framed before the options take their words out, so the header shows
+    // the command line as it was given.
+    build_run_header(header, list, context.m_run_started);
+
+    if (!parse_tool_options(context, list, kito_version)) {
+        std::cout << header.str() << '\n';
+        return -1;
+    }
+    start_run_statistics(statistics, context, [](std::string const*) { return 0; });
+
+    uni::fileio results_file;
+    std::ostream* results = &std::cout;
+    if (!context.m_results_path.empty()) {
+        results = results_file.open(context.m_results_path, true, true) ? results_file.output_stream() : nullptr;
+        if (results == nullptr) {
+            std::fprintf(stderr, "prob opening results file: %s for writing\n", context.m_results_path.c_str());
+            return -1;
+        }
+    }
+    *results << header.str() << '\n';
+    int const status = run_mode(context, list, *results);
+    results_file.close();
+    return status;
+}

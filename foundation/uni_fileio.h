@@ -6,6 +6,7 @@
 #include <memory>
 #include <ostream>
 #include <sstream>
+#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,7 @@ public:
 
 private:
     void measure_size();
+    bool open_narrow(std::string path, bool write, bool truncate);
 
     int m_descriptor = -1;
     std::uint64_t m_size = 0;
@@ -52,13 +54,97 @@ private:
     std::unique_ptr<fileio_output> m_stream;
 };
 
+// An output buffer with a put area of its own. The area's end pointer stands
+// one byte short of the vector, so overflow always has room for the character
+// it is handed; the whole area then goes to write_bytes of the derived class.
+template <typename char_type>
+class streambuf_generic_output : public std::basic_streambuf<char_type> {
+public:
+    using traits = std::char_traits<char_type>;
+    using int_type = typename traits::int_type;
+
+    explicit streambuf_generic_output(std::size_t area_size);
+    bool ok() const { return m_ok; }
+
+protected:
+    int sync() override;
+    int_type overflow(int_type c) override;
+    // 0 when the area went out (or the buffer has failed before), -1 otherwise.
+    virtual int flush_put_area();
+    // Takes up to `count` bytes; returns how many, or -1 on failure.
+    virtual int write_bytes(char_type const* data, int count) = 0;
+
+    std::vector<char_type> m_area;
+    bool m_ok = true;
+};
+
+// Appends to a fileio. Its sync does nothing: flush and endl leave the bytes in
+// the area, which goes out only when full and when the buffer is destroyed.
+class fileio_ostream : public streambuf_generic_output<char> {
+public:
+    fileio_ostream(fileio& file, std::size_t area_size);
+    ~fileio_ostream() override;
+
+protected:
+    int sync() override { return 0; }
+    int write_bytes(char const* data, int count) override;
+
+private:
+    fileio& m_file;
+};
+
+// Writes nothing; adds the value of every byte to a sum.
+class fileio_stats_ostream : public streambuf_generic_output<char> {
+public:
+    fileio_stats_ostream(std::uint64_t& sum, std::size_t area_size);
+    ~fileio_stats_ostream() override;
+
+protected:
+    int sync() override { return 0; }
+    int write_bytes(char const* data, int count) override;
+
+private:
+    std::uint64_t& m_sum;
+};
+
+// The results stream of -out: an ostream over a fileio_ostream when the file is open.
+class fileio_output : public std::ostream {
+public:
+    fileio_output(fileio& file, std::size_t area_size, bool file_open);
+    ~fileio_output() override;
+
+private:
+    fileio_ostream m_buffer;
+};
+
+class fileio_stats_output : public std::ostream {
+public:
+    fileio_stats_output(std::uint64_t& sum, std::size_t area_size);
+    ~fileio_stats_output() override;
+
+private:
+    fileio_stats_ostream m_buffer;
+};
+
 // The -diags log.
 class ofstream : public std::ofstream {
 public:
     using std::ofstream::ofstream;
 };
 
+class ifstream : public std::ifstream {
+public:
+    using std::ifstream::ifstream;
+};
+
 } // namespace uni
+
+// Swallows everything and reports it as written.
+class null_out_buf : public std::streambuf {
+protected:
+    std::streamsize xsputn(char const*, std::streamsize count) override { return count; }
+    int_type overflow(int_type c) override { return c; }
+};
 
 // A stream that swallows everything and reports it as written.
 std::ostream& null_out_stream();

@@ -33,6 +33,8 @@ private:
     bool build_code_table(std::uint8_t const* block, std::size_t length);
     bool decode_huffman_block(std::size_t& consumed, std::uint8_t const* block, std::size_t length);
     std::size_t decode_plain_xpress(std::uint8_t const* data, std::int32_t size);
+    // Runs the Huffman blocks of kinds 2 and 3 from `position` on.
+    bool decode_blocks(std::uint8_t const* data, std::int32_t size, std::int64_t position);
 
     std::uint32_t m_kind = 0;
     std::uint32_t m_output_size = 0;

@@ -75,5 +75,15 @@ int set_stream_cell(field_row& row, int index, std::ostringstream const& stream,
 int set_value_cell(field_row& row, int index, std::uint64_t value, std::uint16_t kind, std::uint32_t flags);
 void write_header_row(std::ostream& out, kito_user_context& context);
 void write_field_row(std::ostream& out, field_row& row, kito_user_context& context);
+// Writes the time cell at index, advancing index past the time half of a pair.
+void write_time_cell(std::ostream& line, field_row const& row, int& index, kito_user_context const& context);
 void mark_newlines(std::string& text);
 void group_macb_times(time_map& map, time_quad& quad);
+
+// Texts the writers share. A volume serial as two groups of four lower-case
+// hex digits ("a4c3-00f1"); a FILETIME as date, blank, time under the given
+// formats (a time that is not valid gives the blank alone); members joined by
+// "; " with nothing after the last.
+std::string volume_serial_text(std::uint32_t serial);
+std::string filetime_text(std::uint64_t filetime, std::string const& date_format, std::string const& time_format);
+std::string join_texts(std::vector<std::string> const& items);

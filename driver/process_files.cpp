@@ -1,0 +1,90 @@
+#include "driver/process_files.h"
+
+#include <cstdio>
+#include <vector>
+
+#include "driver/batch_input.h"
+#include "driver/kito_user_context.h"
+#include "foundation/uni_fileio.h"
+#include "foundation/vlm_path_rules.h"
+#include "prefetch/container_decompressor.h"
+#include "prefetch/decode_chain.h"
+
+namespace {
+
+// Whole files, whatever their size: the loader's 16 MiB limit is for decoding.
+constexpr std::uint32_t whole_file = 0xFFFFFFFFu;
+
+bool batch_asked(kito_user_context const& context) { return context.m_pipe_input || context.m_enum_dir_given; }
+
+std::string file_name_of(std::string const& path)
+{
+    std::string folder, name;
+    return split_path(path, folder, name) ? name : path;
+}
+
+// Reads and unpacks one container; says which step failed on standard error.
+bool unpack_file(std::string const& path, container_decompressor& decompressor)
+{
+    std::vector<std::uint8_t> bytes;
+    if (!read_whole_file(bytes, path, whole_file)) {
+        std::fprintf(stderr, "Prob reading file %s\n", path.c_str());
+        return false;
+    }
+    if (!decompressor.decompress_container(bytes)) {
+        std::fprintf(stderr, "Prob decoding file %s \n", path.c_str());
+        return false;
+    }
+    return true;
+}
+
+int decompress_single(kito_user_context& context, arg_list const& list)
+{
+    if (list.size() != 2) return -1;
+    context.m_file_path = expand_path_variables(list[1], true);
+    container_decompressor decompressor;
+    if (!unpack_file(context.m_file_path, decompressor)) return -1;
+    if (!decompressor.write_output_file(context.m_decompress_target)) return -1;
+    // Clear the terminal line before the word of success.
+    std::fputs("\x1b[2K\r    \r", stderr);
+    std::fputs("Success\n", stderr);
+    std::fflush(stderr);
+    return 0;
+}
+
+// Every name of the batch goes to the target folder under its own file name.
+// One good write makes the run a success, whatever the files after it do.
+int decompress_batch(kito_user_context& context)
+{
+    make_directory(context.m_decompress_target);
+    vlmportdir::stdin_stream_ex source(&context);
+    if (!begin_batch_source(source, context)) return -1;
+    int status = -1;
+    std::string name;
+    while (source.next_file(name, true)) {
+        if (name.empty()) continue;
+        file_info info;
+        if (!matches_filter(context, name, context.m_filter_list, &info, false)) continue;
+        std::string path = expand_path_variables(name, true);
+        container_decompressor decompressor;
+        if (!unpack_file(path, decompressor)) continue;
+        if (decompressor.write_output_file(context.m_decompress_target + "/" + file_name_of(path))) status = 0;
+    }
+    return status;
+}
+
+} // namespace
+
+bool process_prefetch_files(kito_user_context& context, std::ostream& out)
+{
+    if (context.m_scan_volume) return process_volume_scan(context, out);
+    if (batch_asked(context)) return process_batch(context, out);
+    // A single file: the option pass has just cleared the context.
+    context.m_file_base_name = file_name_of(context.m_file_path);
+    return output_prefetch_entry(out, context);
+}
+
+int run_decompress_mode(kito_user_context& context, arg_list const& list)
+{
+    return batch_asked(context) ? decompress_batch(context) : decompress_single(context, list);
+}

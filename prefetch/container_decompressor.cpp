@@ -1,0 +1,376 @@
+#include "prefetch/container_decompressor.h"
+
+#include "foundation/uni_fileio.h"
+#include "prefetch/byte_reader.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <stdexcept>
+
+namespace {
+
+constexpr std::uint8_t xpress_magic[8] = {0x81, 0x81, 'x', 'p', 'r', 'e', 's', 's'};
+// Each Huffman block makes this many output bytes, and the Plain LZ77 form
+// always decodes into a buffer of this size.
+constexpr std::uint32_t block_output = 65536;
+// Header, then the 256-byte code length table of the first block.
+constexpr std::int64_t block_header_size = 8;
+constexpr std::size_t code_length_bytes = 256;
+constexpr std::uint32_t symbol_count = 512;
+constexpr unsigned max_code_bits = 15;
+// The Plain LZ77 stream follows a 32-byte header.
+constexpr std::int64_t xpress_stream_offset = 32;
+
+std::int32_t clamp_size(std::size_t size)
+{
+    return static_cast<std::int32_t>(std::min<std::size_t>(size, std::numeric_limits<std::int32_t>::max()));
+}
+
+// Copies a match of `count` bytes from `distance` back, with the result of a
+// byte-by-byte copy: where source and destination overlap, the bytes repeat
+// with a period of `distance`. Everything from the source to the destination
+// is then a whole number of periods, so it can be copied on in one piece
+// that doesn't overlap, and each piece doubles the next one.
+void copy_match(std::uint8_t* out, std::uint32_t position, std::uint32_t distance, std::uint32_t count)
+{
+    std::uint8_t* dst = out + position;
+    std::uint8_t const* const src = dst - distance;
+    if (distance == 1) {
+        std::memset(dst, *src, count);
+        return;
+    }
+    while (count > 0) {
+        std::uint32_t const piece = std::min(count, static_cast<std::uint32_t>(dst - src));
+        std::memcpy(dst, src, piece);
+        dst += piece;
+        count -= piece;
+    }
+}
+
+} // namespace
+
+std::uint32_t detect_container(std::uint32_t& output_size, std::uint8_t const* data, std::int32_t size)
+{
+    output_size = 0;
+    if (data == nullptr || size < 13) return container_none;
+    if (std::memcmp(data, xpress_magic, sizeof xpress_magic) == 0) {
+        // The size code counts 4096-byte units, less one.
+        output_size = (static_cast<std::uint32_t>(data[8]) + 1) * 4096;
+        return container_xpress;
+    }
+    read_u32(byte_view{data, static_cast<std::size_t>(size)}, 4, output_size);
+    // A header that declares no output is no container, whatever its magic.
+    if (output_size == 0) return container_none;
+    if (std::memcmp(data, "MEM0", 4) == 0) return container_mem0;
+    if (std::memcmp(data, "MAM", 3) == 0) return container_mam;
+    return container_none;
+}
+
+std::uint32_t detect_container(std::uint32_t& output_size, std::vector<std::uint8_t> const& data)
+{
+    output_size = 0;
+    if (data.empty()) return container_none;
+    return detect_container(output_size, data.data(), clamp_size(data.size()));
+}
+
+container_decompressor::container_decompressor() : m_table_size(32768) {}
+
+bool container_decompressor::decompress_container(std::vector<std::uint8_t> const& data)
+{
+    if (data.empty()) return false;
+    return decompress_container(data.data(), clamp_size(data.size()));
+}
+
+bool container_decompressor::decompress_container(std::uint8_t const* data, std::int32_t size)
+{
+    if (data == nullptr) size = 0;
+    std::int64_t position = 0;
+    // An object that already holds a table continues its output with new input.
+    if (!m_table_ready || m_output_size == 0) {
+        m_kind = detect_container(m_output_size, data, size);
+        if (m_kind == container_none) return false;
+        if (m_kind == container_xpress) {
+            if (decode_plain_xpress(data, size) == 0) return false;
+            if (m_output_size == block_output) {
+                m_table_ready = true;
+                return true;
+            }
+            // Any other size code falls through to the block loop, which has
+            // no Plain LZ77 form and refuses kind 4 once it is entered.
+        } else {
+            position = block_header_size;
+        }
+    }
+    try {
+        m_output.resize(m_output_size);
+    } catch (std::bad_alloc const&) {
+        return false;
+    } catch (std::length_error const&) {
+        return false;
+    }
+    m_output_pos = 0;
+    if (m_output.empty()) return false;
+    return decode_blocks(data, size, position);
+}
+
+bool container_decompressor::decode_blocks(std::uint8_t const* data, std::int32_t size, std::int64_t position)
+{
+    byte_view const input{data, static_cast<std::size_t>(std::max(size, 0))};
+    std::int32_t block_size = static_cast<std::int32_t>(block_output);
+    // A block needs more than its 256-byte table behind the position; the last
+    // output byte is never decoded, so the loop stops one short of it.
+    while (position >= 0 && position < size && size - position > 256 && block_size > 0
+           && m_output_pos < m_output_size - 1) {
+        if (m_kind == container_mem0) {
+            // MEM0 puts the length of each block in front of it.
+            std::uint32_t stored = 0;
+            read_u32(input, static_cast<std::uint64_t>(position), stored);
+            block_size = static_cast<std::int32_t>(stored);
+            position += 4;
+        } else if (m_kind == container_mam) {
+            block_size = static_cast<std::int32_t>(block_output);
+        } else {
+            return false;
+        }
+        std::size_t consumed = 0;
+        if (!decode_huffman_block(consumed, data + position, static_cast<std::size_t>(size - position))
+            || consumed == 0)
+            break;
+        position += m_kind == container_mem0 ? block_size : static_cast<std::int64_t>(consumed);
+    }
+    // A failed block keeps what was made: the rest of the output stays zero.
+    return true;
+}
+
+bool container_decompressor::build_code_table(std::uint8_t const* block, std::size_t length)
+{
+    if (block == nullptr || length < code_length_bytes) return m_table_ready;
+    // Two 4-bit code lengths a byte, the low half first.
+    m_code_lengths.assign(symbol_count, 0);
+    for (std::size_t i = 0; i < code_length_bytes; ++i) {
+        m_code_lengths[2 * i] = block[i] & 0x0F;
+        m_code_lengths[2 * i + 1] = block[i] >> 4;
+    }
+    // Entries beyond what this table fills keep the previous block's symbols.
+    m_code_table.resize(static_cast<std::size_t>(std::max(m_table_size, 0)));
+    std::size_t const limit = m_code_table.size();
+    // Canonical order: shorter codes first, then by symbol. Each symbol owns
+    // every 15-bit index that begins with its code; an oversubscribed table is
+    // cut off at the end, and the symbols behind the cut get nothing.
+    std::size_t filled = 0;
+    for (unsigned bits = 1; bits <= max_code_bits && filled < limit; ++bits) {
+        std::size_t const span = std::size_t{1} << (max_code_bits - bits);
+        for (std::uint32_t symbol = 0; symbol < symbol_count && filled < limit; ++symbol) {
+            if (m_code_lengths[symbol] != bits) continue;
+            std::size_t const count = std::min(span, limit - filled);
+            std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count,
+                        static_cast<std::uint16_t>(symbol));
+            filled += count;
+        }
+    }
+    // Only a first table can fail: a later deficient one runs on the old tail.
+    if (limit > 0 && filled == limit) m_table_ready = true;
+    return m_table_ready;
+}
+
+bool container_decompressor::decode_huffman_block(std::size_t& consumed, std::uint8_t const* block,
+                                                  std::size_t length)
+{
+    consumed = 0;
+    if (!build_code_table(block, length)) return false;
+    if (block == nullptr) length = 0;
+    if (m_code_table.size() < (std::size_t{1} << max_code_bits) || m_code_lengths.size() < symbol_count)
+        return false;
+
+    std::int64_t const end = static_cast<std::int64_t>(length);
+    // 16-bit little-endian words, 0 where a word doesn't lie wholly inside.
+    auto word_at = [block, end](std::int64_t at) -> std::uint32_t {
+        return at >= 0 && at + 2 <= end ? static_cast<std::uint32_t>(block[at] | block[at + 1] << 8) : 0;
+    };
+    std::uint16_t const* const table = m_code_table.data();
+    std::uint16_t const* const lengths = m_code_lengths.data();
+    std::uint8_t* const out = m_output.data();
+    std::uint32_t const out_size = m_output_size;
+
+    // The next bits of the stream stand at the top of a 32-bit buffer, with
+    // `spare` bits loaded beyond the first 16; a word is added whenever that
+    // count drops below zero.
+    std::uint32_t bits = word_at(256) << 16 | word_at(258);
+    std::int64_t position = 260;
+    int spare = 16;
+    auto take_bits = [&](unsigned count) {
+        bits <<= count;
+        spare -= static_cast<int>(count);
+        if (spare < 0) {
+            bits |= word_at(position) << -spare;
+            spare += 16;
+            position += 2;
+        }
+    };
+
+    std::uint32_t out_pos = m_output_pos;
+    std::uint32_t produced = 0;
+    bool ok = true;
+    while (produced < block_output) {
+        // The stream has no end symbol: the declared size ends it, one byte
+        // early, so a literal can never fill the last output byte.
+        if (end - position <= 0 || out_pos >= out_size - 1) break;
+        std::uint32_t const symbol = table[bits >> (32 - max_code_bits)];
+        take_bits(lengths[symbol]);
+        if (symbol < 256) {
+            out[out_pos++] = static_cast<std::uint8_t>(symbol);
+            ++produced;
+            continue;
+        }
+        // A match: length code in the low four bits, count of offset bits
+        // above them. Long lengths escape into the byte stream, which lies
+        // between the bit stream's words.
+        std::uint32_t match_length = symbol & 15;
+        if (match_length == 15) {
+            if (position >= end) { ok = false; break; }
+            std::uint32_t const extra = block[position++];
+            if (extra != 255) {
+                match_length = extra + 15;
+            } else {
+                if (end - position < 2) { ok = false; break; }
+                match_length = word_at(position);
+                position += 2;
+                if (match_length < 15) { ok = false; break; }
+            }
+        }
+        std::uint32_t const to_copy = (match_length + 3) & 0xFFFF;
+        unsigned const offset_bits = (symbol - 256) >> 4;
+        std::uint32_t const distance =
+            (1u << offset_bits) + (offset_bits == 0 ? 0 : bits >> (32 - offset_bits));
+        take_bits(offset_bits);
+
+        std::uint32_t const copied = std::min(to_copy, out_size - out_pos);
+        if (copied > 0) {
+            if (distance > out_pos) { ok = false; break; }
+            copy_match(out, out_pos, distance, copied);
+            out_pos += copied;
+        }
+        // A match that runs past the block's 65536 bytes is copied whole and
+        // ends the block there.
+        if (to_copy > block_output - produced) break;
+        produced += copied;
+    }
+    m_output_pos = out_pos;
+    if (!ok) return false;
+    consumed = static_cast<std::size_t>(position);
+    return true;
+}
+
+std::size_t container_decompressor::decode_plain_xpress(std::uint8_t const* data, std::int32_t size)
+{
+    if (detect_container(m_output_size, data, size) != container_xpress) return 0;
+    if (m_output_size > block_output) return 0;
+
+    std::uint32_t length_word = 0;
+    read_u32(byte_view{data, static_cast<std::size_t>(size)}, 9, length_word);
+    std::int64_t stream_length = ((static_cast<std::int64_t>(length_word >> 2) + 8) & ~std::int64_t{7});
+    if (stream_length > size) stream_length = size - xpress_stream_offset;
+    // The stream's own bytes, which bound every read below even where
+    // `stream_length` claims more.
+    std::int64_t const available = std::max<std::int64_t>(0, size - xpress_stream_offset);
+    std::uint8_t const* const stream = available > 0 ? data + xpress_stream_offset : nullptr;
+    auto inside = [available](std::int64_t at, std::int64_t count) {
+        return at >= 0 && at + count <= available;
+    };
+
+    try {
+        m_output.assign(block_output, 0);
+    } catch (std::bad_alloc const&) {
+        return 0;
+    }
+    std::uint8_t* const out = m_output.data();
+
+    // A stream of exactly the output's length is stored uncompressed.
+    if (stream_length == block_output || stream_length == m_output_size) {
+        std::int64_t const count = std::min(stream_length, available);
+        if (count > 0) std::memcpy(out, stream, static_cast<std::size_t>(count));
+        return static_cast<std::size_t>(std::max<std::int64_t>(count, 0));
+    }
+
+    std::int64_t position = 0;
+    std::uint32_t out_pos = 0;
+    std::uint32_t flags = 0;
+    int flag_count = 0;
+    // Length extensions come in half-bytes: the first uses the low half of a
+    // new byte, the next the high half of that same byte. 0 is never such a
+    // byte's position (a flag word stands there), so it means "none".
+    std::int64_t half_byte_at = 0;
+
+    while (out_pos < m_output_size && position < stream_length) {
+        std::int64_t const round_start = position;
+        if (flag_count == 0) {
+            // 32 flags, used from the top bit down: 0 a literal, 1 a match.
+            if (!inside(position, 4)) return round_start;
+            flags = static_cast<std::uint32_t>(stream[position]) | stream[position + 1] << 8
+                    | stream[position + 2] << 16 | static_cast<std::uint32_t>(stream[position + 3]) << 24;
+            position += 4;
+            flag_count = 32;
+        }
+        if (position >= stream_length || !inside(position, 1)) return round_start;
+        bool const is_match = (flags & 0x80000000u) != 0;
+        flags <<= 1;
+        --flag_count;
+        if (!is_match) {
+            out[out_pos++] = stream[position++];
+            continue;
+        }
+        // Match word: length code in the low three bits, distance less one above.
+        if (!inside(position, 2)) return round_start;
+        std::uint32_t const word = stream[position] | stream[position + 1] << 8;
+        position += 2;
+        std::uint32_t length_code = word & 7;
+        std::uint32_t const offset_code = word >> 3;
+        if (length_code == 7) {
+            std::uint32_t extension = 0;
+            if (half_byte_at != 0) {
+                if (half_byte_at >= stream_length) return round_start;
+                extension = stream[half_byte_at] >> 4;
+                half_byte_at = 0;
+            } else {
+                if (position >= stream_length || !inside(position, 1)) return round_start;
+                extension = stream[position] & 0x0F;
+                half_byte_at = position;
+                ++position;
+                if (position >= size) return round_start;
+            }
+            if (extension == 15) {
+                if (position >= stream_length || !inside(position, 1)) return round_start;
+                std::uint32_t extra = stream[position++];
+                if (extra == 255) {
+                    // The whole length less 3 as a u16; values below 22 wrap
+                    // and come out as that value plus 3 all the same.
+                    if (position + 1 >= stream_length || !inside(position, 2)) return round_start;
+                    extra = (stream[position] | stream[position + 1] << 8) - 22u;
+                    position += 2;
+                }
+                extension = extra + 15;
+            }
+            length_code = extension + 7;
+        }
+        std::uint32_t const to_copy = std::min(length_code + 3, block_output - (out_pos & 0xFFFF));
+        // Nothing before the start of the output can be copied: the stream ends there.
+        if (offset_code + 1 > out_pos) return round_start;
+        std::uint32_t const copied = std::min(to_copy, m_output_size - out_pos);
+        copy_match(out, out_pos, offset_code + 1, copied);
+        out_pos += copied;
+    }
+    return static_cast<std::size_t>(position);
+}
+
+bool container_decompressor::write_output_file(std::string const& path)
+{
+    if (!m_table_ready || m_output.empty()) return false;
+    uni::fileio file;
+    if (!file.open(path, true, true)) return false;
+    // The outcome of the write isn't checked; a short write shows in the file.
+    file.append(m_output);
+    file.close();
+    return true;
+}

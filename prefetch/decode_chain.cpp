@@ -1,0 +1,102 @@
+#include "prefetch/decode_chain.h"
+
+#include <cstdio>
+#include <vector>
+
+#include "driver/kito_user_context.h"
+#include "foundation/uni_fileio.h"
+#include "foundation/vlm_string.h"
+#include "foundation/vlm_time.h"
+#include "prefetch/container_decompressor.h"
+#include "prefetch/prefetch_header.h"
+#include "prefetch/section_tables.h"
+
+namespace {
+
+// Only the first 16 MiB of an input are decoded; no Prefetch file comes near.
+constexpr std::uint32_t read_limit = 0x1000000;
+
+// Unwraps one container layer, if the bytes begin with one. False when a
+// container is there but yields nothing; `plain` is left empty when there is
+// no container, so the caller keeps its bytes.
+bool unwrap_container(std::uint8_t const* data, std::uint32_t size, std::vector<std::uint8_t>& plain, bool& found)
+{
+    std::uint32_t declared_size = 0;
+    found = detect_container(declared_size, data, static_cast<std::int32_t>(size)) != container_none;
+    if (!found) return true;
+    container_decompressor decompressor;
+    if (!decompressor.decompress_container(data, static_cast<std::int32_t>(size)) || decompressor.output().empty())
+        return false;
+    plain = std::move(decompressor.output());
+    return true;
+}
+
+std::uint64_t unix_to_filetime(std::uint64_t seconds) { return vlm::time(seconds, vlm::unix_time).filetime_ticks; }
+
+bool read_file_facts(std::wstring const& path, prefetch_entry& entry)
+{
+    std::uint64_t size = 0, changed = 0, modified = 0, accessed = 0;
+    std::uint32_t mode = 0;
+    if (!file_stat(path, size, mode, changed, modified, accessed)) return false;
+    entry.input_file_size = size;
+    entry.input_file_mode = mode;
+    entry.input_modified = unix_to_filetime(modified);
+    entry.input_accessed = unix_to_filetime(accessed);
+    entry.input_unused_time = 0;
+    entry.input_stats_changed = unix_to_filetime(changed);
+    entry.input_time_label = "Time last run";
+    entry.input_time_source = "pf";
+    entry.input_time_kind = 1;
+    return true;
+}
+
+} // namespace
+
+bool load_prefetch_file(kito_user_context& context)
+{
+    std::string const& path = context.m_file_path;
+    std::wstring const wide_path = utf8_to_wide(path);
+    std::vector<std::uint8_t> bytes;
+    if (!read_file_prefix(path, read_limit, bytes) || bytes.empty()) {
+        std::fprintf(stderr, "prob reading file %s\n", path.c_str());
+        return false;
+    }
+    if (!read_file_facts(wide_path, context.m_entry)) return false;
+
+    std::vector<std::uint8_t> plain;
+    bool found = false;
+    if (!unwrap_container(bytes.data(), static_cast<std::uint32_t>(bytes.size()), plain, found)) return false;
+    if (found) bytes = std::move(plain);
+    return decode_prefetch_buffer(bytes.data(), static_cast<std::uint32_t>(bytes.size()), context);
+}
+
+bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_user_context& context)
+{
+    // A container may hold another; this second layer is the last one
+    // unwrapped, so a third is left as it is and refused below.
+    std::vector<std::uint8_t> plain;
+    bool found = false;
+    if (!unwrap_container(data, size, plain, found)) return false;
+    if (found) {
+        data = plain.data();
+        size = static_cast<std::uint32_t>(plain.size());
+    }
+    if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return false;
+
+    prefetch_entry& entry = context.m_entry;
+    byte_view const buf{data, size};
+    std::wstring exe_name = read_exe_name(buf);
+    if (!exe_name.empty()) entry.target_name = wide_to_utf8(exe_name);
+    // A layout without run information is no failure: count and time stay 0.
+    if (read_run_info(entry.last_run, entry.run_count, data)) entry.entry_times.insert(entry.last_run);
+
+    if (!decode_file_strings(entry.file_strings, exe_name, data, size)) return false;
+    entry.target_path = exe_name.empty() ? std::string("unk") : wide_to_utf8(exe_name);
+    if (!decode_volumes(entry, data, size)) return false;
+
+    context.m_version_label = find_layout(buf).label;
+    harvest_prev_run_times(entry.prev_run_times, buf);
+    return true;
+}
+
+void reset_decoded_entry(kito_user_context& context) { context.m_entry = prefetch_entry{}; }

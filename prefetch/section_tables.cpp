@@ -1,0 +1,170 @@
+#include "prefetch/section_tables.h"
+
+#include <algorithm>
+#include <array>
+#include <exception>
+
+#include "foundation/vlm_string.h"
+#include "prefetch/prefetch_header.h"
+
+namespace {
+
+// Fields of a volume record; the same offsets in every layout.
+namespace volume_record {
+constexpr std::uint64_t device_path_offset = 0;
+constexpr std::uint64_t creation_time = 8;
+constexpr std::uint64_t serial_number = 16;
+constexpr std::uint64_t file_refs_size = 24;
+constexpr std::uint64_t directory_count = 32;
+constexpr std::size_t kept_bytes = 40;
+} // namespace volume_record
+
+// UTF-16LE units from pos up to a zero unit, each widened as it stands
+// (surrogates are not combined). pos ends behind the zero unit, or at the
+// last whole unit of the buffer when there is none.
+std::wstring read_terminated_units(byte_view buf, std::uint64_t& pos, bool& terminated)
+{
+    std::wstring text;
+    terminated = false;
+    std::uint16_t unit = 0;
+    while (read_u16(buf, pos, unit)) {
+        pos += 2;
+        if (unit == 0) {
+            terminated = true;
+            break;
+        }
+        text.push_back(static_cast<wchar_t>(unit));
+    }
+    return text;
+}
+
+// Exactly count units from pos; the caller has checked that they lie inside.
+std::wstring read_counted_units(byte_view buf, std::uint64_t pos, std::uint32_t count)
+{
+    std::wstring text;
+    text.reserve(count);
+    std::uint16_t unit = 0;
+    for (std::uint32_t i = 0; i < count && read_u16(buf, pos + 2 * std::uint64_t{i}, unit); ++i)
+        text.push_back(static_cast<wchar_t>(unit));
+    return text;
+}
+
+std::uint64_t align8(std::uint64_t pos) { return (pos + 7) & ~std::uint64_t{7}; }
+
+// Directory strings: a u16 length, that many units, and a zero unit that is
+// stepped over. Zero length words in front of a string are skipped.
+offset_string_map read_directories(byte_view buf, std::uint64_t pos, std::uint32_t directory_count)
+{
+    offset_string_map dirs;
+    try {
+        for (std::uint32_t ordinal = 0; pos < buf.size && ordinal < directory_count;) {
+            std::uint16_t length = 0;
+            do {
+                if (!read_u16(buf, pos, length)) return dirs;
+                pos += 2;
+            } while (length == 0);
+            std::uint64_t const end = pos + 2 * std::uint64_t{length};
+            if (end > buf.size) break;
+            ++ordinal;
+            dirs.emplace(ordinal, wide_to_utf8(read_counted_units(buf, pos, length)));
+            pos = end + 2;
+        }
+    } catch (std::exception const&) {
+        // Out of memory while building a string: keep what the list has.
+    }
+    return dirs;
+}
+
+// One volume record and its strings. False ends the list of volumes.
+bool decode_volume(prefetch_entry& entry, byte_view buf, std::uint32_t volumes_offset, std::uint64_t record_offset)
+{
+    if (!buf.has(record_offset, volume_record::kept_bytes)) return false;
+    std::array<std::uint8_t, volume_record::kept_bytes> record{};
+    std::copy_n(buf.data + record_offset, record.size(), record.begin());
+    byte_view const fields{record.data(), record.size()};
+
+    std::uint32_t device_path_offset = 0, serial = 0, file_refs_size = 0, directory_count = 0;
+    std::uint64_t creation_time = 0;
+    read_u32(fields, volume_record::device_path_offset, device_path_offset);
+    read_u64(fields, volume_record::creation_time, creation_time);
+    read_u32(fields, volume_record::serial_number, serial);
+    read_u32(fields, volume_record::file_refs_size, file_refs_size);
+    read_u32(fields, volume_record::directory_count, directory_count);
+
+    // The path offset counts from the section and wraps as a 32-bit sum.
+    std::uint32_t const path_pos = volumes_offset + device_path_offset;
+    if (device_path_offset == 0 || path_pos > buf.size) return false;
+
+    entry.volume_records.push_back(record);
+    std::uint64_t pos = path_pos;
+    bool terminated = false;
+    std::wstring const path = read_terminated_units(buf, pos, terminated);
+    entry.volume_serials.push_back(serial);
+    entry.volume_paths.push_back(wide_to_utf8(path));
+    entry.volume_times.push_back(creation_time);
+    entry.entry_times.insert(creation_time);
+
+    // Path, file references and directory strings each start on a multiple
+    // of 8 counted from the start of the file, not of the section.
+    pos = align8(align8(pos) + file_refs_size);
+    try {
+        entry.volume_dirs.push_back(read_directories(buf, pos, directory_count));
+    } catch (std::exception const&) {
+        // Out of memory: the volume stays, the next one follows.
+    }
+    return true;
+}
+
+} // namespace
+
+bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name_wide, std::uint8_t const* data,
+                         std::uint32_t size)
+{
+    if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return false;
+    byte_view const buf{data, size};
+    std::uint32_t strings_offset = 0, metrics_count = 0;
+    read_u32(buf, pf_header::strings_offset, strings_offset);
+    read_u32(buf, pf_header::metrics_count, metrics_count);
+    if (strings_offset > size) return false;
+
+    // metrics_count says how many strings to take; 0 or too many reads on to
+    // the end of the buffer. A string without its zero unit is dropped.
+    bool searching = true;
+    std::uint64_t pos = strings_offset;
+    for (std::uint32_t ordinal = 1;; ++ordinal) {
+        std::uint64_t const key = pos;
+        bool terminated = false;
+        std::wstring const text = read_terminated_units(buf, pos, terminated);
+        if (!terminated) break;
+        // The first string that contains the header's name, case and all, is
+        // the executable's path. An empty name is contained in every string.
+        if (searching && text.find(exe_name_wide) != std::wstring::npos) {
+            exe_name_wide = text;
+            searching = false;
+        }
+        file_strings.emplace(key, wide_to_utf8(text));
+        if (metrics_count == ordinal) break;
+    }
+    return true;
+}
+
+bool decode_volumes(prefetch_entry& entry, std::uint8_t const* data, std::uint32_t size)
+{
+    if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return false;
+    byte_view const buf{data, size};
+    std::uint32_t volumes_offset = 0;
+    read_u32(buf, pf_header::volumes_offset, volumes_offset);
+    if (volumes_offset > size) return false;
+
+    // The header's volume count is not trusted: the records end where the
+    // first device path begins, so that offset tells how many there are.
+    auto const record_size = static_cast<std::int32_t>(find_layout(buf).volume_record_size);
+    std::uint32_t first_path_offset = 0;
+    if (!read_u32(buf, volumes_offset, first_path_offset)) return true;
+    std::int32_t const count = static_cast<std::int32_t>(first_path_offset) / record_size;
+    for (std::int32_t i = 0; i < count; ++i) {
+        std::uint64_t const record_offset = volumes_offset + std::uint64_t(i) * std::uint64_t(record_size);
+        if (!decode_volume(entry, buf, volumes_offset, record_offset)) break;
+    }
+    return true;
+}

@@ -1,0 +1,20 @@
+#pragma once
+// The two sections behind the header that the tool decodes: the file-name
+// strings (with the search for the executable's full path among them) and the
+// volumes with their device paths, creation times, serials and directories.
+#include <cstdint>
+#include <string>
+
+#include "prefetch/prefetch_entry.h"
+
+// Reads the strings at strings_offset into file_strings, keyed by the offset
+// at which each began. exe_name_wide comes in holding the header's name and
+// leaves holding the first string that contains it, if any does.
+// False when the buffer is refused or strings_offset lies past its end.
+bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name_wide, std::uint8_t const* data,
+                         std::uint32_t size);
+
+// Appends one entry per volume to the volume vectors of the entry and each
+// creation time to entry_times. False when the buffer is refused or
+// volumes_offset lies past its end; every other damage ends the list early.
+bool decode_volumes(prefetch_entry& entry, std::uint8_t const* data, std::uint32_t size);

@@ -1,0 +1,61 @@
+#include "reports/bodyfile_report.h"
+
+#include "driver/kito_user_context.h"
+#include "foundation/vlm_string.h"
+
+std::uint64_t bodyfile_seconds(std::uint64_t filetime)
+{
+    if (filetime == 0 || (filetime >> 63) != 0) return 0;
+    // Unsigned on purpose: a time before 1970 wraps to a huge number, and the
+    // line shows it as such rather than hiding the odd value.
+    return (filetime - vlm::unix_epoch_ticks) / vlm::ticks_per_second;
+}
+
+void write_bodyfile_header(std::ostream& out)
+{
+    out << "md5|name|inode|mode as string|uid|gid|size|access time|modify time|mft time|create time";
+}
+
+bool write_bodyfile_record(bool& header_pending, std::ostream& out, bodyfile_record& record)
+{
+    if (header_pending) {
+        write_bodyfile_header(out);
+        out << '\n';
+        header_pending = false;
+    }
+    substitute_char(record.name, '|', ';', false);
+    auto const number = [](std::uint64_t value) { return std::to_string(value); };
+    time_quad const& t = record.times;
+    std::string const line = (record.md5.empty() ? "0" : record.md5) + "|" + record.name + "|" +
+                             number(record.inode) + "|" + record.mode_text + "|" + number(record.uid) + "|" +
+                             number(record.gid) + "|" + number(record.size) + "|" + number(t.a) + "|" +
+                             number(t.m) + "|" + number(t.c) + "|" + number(t.b) + "\n";
+    out.write(line.data(), static_cast<std::streamsize>(line.size()));
+    return true;
+}
+
+bool write_bodyfile_report(std::ostream& out, kito_user_context& context)
+{
+    if (!context.m_fmt_bodyfile) return false;
+    prefetch_entry const& entry = context.m_entry;
+    std::string const label = context.m_file_base_name + " (" + context.m_version_label + ")";
+
+    bodyfile_record record;
+    record.size = entry.input_file_size;
+    record.times.m = bodyfile_seconds(entry.input_modified);
+    record.times.a = bodyfile_seconds(entry.input_accessed);
+    record.times.c = bodyfile_seconds(entry.last_run);
+    // A program that ran once was created by that run.
+    record.times.b = bodyfile_seconds(entry.run_count != 1 ? entry.input_stats_changed : entry.last_run);
+    record.name = label + "; run count: " + std::to_string(entry.run_count) + "; app run: " + entry.target_path;
+    write_bodyfile_record(context.m_header_pending, out, record);
+
+    for (auto it = entry.prev_run_times.rbegin(); it != entry.prev_run_times.rend(); ++it) {
+        bodyfile_record copy = record; // the size stays
+        copy.times.m = copy.times.a = copy.times.c = bodyfile_seconds(*it);
+        copy.times.b = bodyfile_seconds(entry.input_stats_changed);
+        copy.name = label + "; not last time run - but prevtime; app run: " + entry.target_path;
+        write_bodyfile_record(context.m_header_pending, out, copy);
+    }
+    return true;
+}

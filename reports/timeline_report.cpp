@@ -1,0 +1,186 @@
+#include "reports/timeline_report.h"
+
+#include <map>
+#include <sstream>
+
+#include "driver/kito_user_context.h"
+#include "foundation/vlm_string.h"
+
+namespace {
+
+std::string last_path_part(std::string const& path)
+{
+    std::size_t const cut = path.rfind('\\');
+    return cut == std::string::npos ? path : path.substr(cut + 1);
+}
+
+// With -verbose the modules stand with their whole paths, in map order.
+// Otherwise by file name only, once per name whatever its case (the first
+// spelling met wins), sorted by the lower-cased name.
+std::string module_list(kito_user_context const& context)
+{
+    offset_string_map const& strings = context.m_entry.file_strings;
+    if (strings.empty()) return {};
+    std::vector<std::string> names;
+    if (context.m_verbose) {
+        for (auto const& [offset, name] : strings) names.push_back(name);
+    } else {
+        std::map<std::string, std::string> by_key;
+        for (auto const& [offset, path] : strings) {
+            std::string name = last_path_part(path);
+            std::string key = name;
+            by_key.emplace(to_lower_narrow(key), std::move(name));
+        }
+        for (auto const& [key, name] : by_key) names.push_back(name);
+    }
+    return "Module list: " + join_texts(names);
+}
+
+std::string run_notes(kito_user_context const& context)
+{
+    prefetch_entry const& entry = context.m_entry;
+    std::string notes = "Run count: " + std::to_string(entry.run_count);
+    if (entry.prev_run_times.empty()) return notes;
+    std::vector<std::string> times;
+    for (auto it = entry.prev_run_times.rbegin(); it != entry.prev_run_times.rend(); ++it)
+        times.push_back(filetime_text(*it, context.m_date_format, context.m_time_format));
+    // The plural follows the run count, not the number of times listed.
+    notes += entry.run_count > 2 ? " [Previous times run: " : " [Previous time run: ";
+    return notes + join_texts(times) + "]";
+}
+
+std::string volume_list(kito_user_context const& context)
+{
+    prefetch_entry const& entry = context.m_entry;
+    if (entry.volume_paths.empty()) return {};
+    std::vector<std::string> groups;
+    for (std::size_t i = 0; i < entry.volume_paths.size(); ++i) {
+        std::uint32_t const serial = i < entry.volume_serials.size() ? entry.volume_serials[i] : 0;
+        std::uint64_t const created = i < entry.volume_times.size() ? entry.volume_times[i] : 0;
+        groups.push_back("[" + entry.volume_paths[i] + "; " + volume_serial_text(serial) + "; " +
+                         filetime_text(created, context.m_date_format, context.m_time_format) + "]");
+    }
+    return "Volume name; serial#; date: " + join_texts(groups);
+}
+
+timeline_record build_record(kito_user_context const& context)
+{
+    prefetch_entry const& entry = context.m_entry;
+    timeline_record record;
+    record.times.m = entry.input_modified;
+    record.times.a = entry.input_accessed;
+    record.times.c = entry.last_run;
+    // A program that ran once was created by that run.
+    record.times.b = entry.run_count != 1 ? entry.input_stats_changed : entry.last_run;
+    record.times.m_label = "Last Modified";
+    record.times.a_label = "Last Access";
+    record.times.c_label = "Last Run";
+    record.times.b_label = "Created";
+    record.source = "PREFETCH";
+    record.sourcetype = context.m_version_label;
+    record.user = context.m_user_name;
+    record.host = context.m_host_name;
+    record.filename = context.m_file_path;
+    record.format = last_path_part(context.m_program_name) + " (velmora)";
+    record.short_text = context.m_file_base_name + " [" + entry.target_name + " executed]";
+    record.desc = module_list(context);
+    record.notes = run_notes(context);
+    record.extra = volume_list(context);
+    record.date_format = context.m_date_format;
+    record.time_format = context.m_time_format;
+    record.layout = context.m_date_time_layout;
+    record.separator = context.m_separator;
+    record.substitute_from = context.m_value_substitute_from;
+    record.substitute_to = context.m_value_substitute_to;
+    record.no_padding = context.m_no_padding;
+    record.padded = !context.m_no_padding;
+    record.paired = context.m_pair_datetime;
+    return record;
+}
+
+// A previous run shares everything with the file's record but its times:
+// the one instant stands as modified, accessed and run at once.
+timeline_record previous_run_record(timeline_record record, std::uint64_t when, std::string const& last_run_text)
+{
+    record.times.m = record.times.a = record.times.c = when;
+    record.times.b = 0;
+    record.times.m_label = "Modified";
+    record.times.a_label = "Access";
+    record.times.c_label = "Run";
+    record.times.b_label = "Created";
+    record.desc = "Modules for last run are at record w/ same name at time: " + last_run_text;
+    record.extra.clear();
+    record.notes = "Not last time run, but a previous time run.";
+    return record;
+}
+
+void make_safe(timeline_record& record)
+{
+    if (record.substitute_from != 0 && record.substitute_to != 0) {
+        for (std::string* text : {&record.short_text, &record.desc, &record.filename, &record.notes, &record.extra})
+            substitute_char(*text, record.substitute_from, record.substitute_to, false);
+    }
+    for (std::string* text : {&record.desc, &record.notes, &record.extra}) mark_newlines(*text);
+}
+
+std::string when_fields(timeline_record const& record, vlm::time const& when)
+{
+    std::string date;
+    std::string clock;
+    vlm::format_time_layout(date, clock, when, record.layout);
+    std::string const blank = record.no_padding ? "" : " ";
+    if (record.paired) return blank + date + " " + clock;
+    return date + record.separator + blank + clock;
+}
+
+} // namespace
+
+void write_timeline_header(std::ostream& out, std::string const& separator, bool paired)
+{
+    static char const* const names[] = {"timezone", "MACB", "source", "sourcetype", "type", "user", "host",
+                                        "short", "desc", "version", "filename", "inode", "notes", "format",
+                                        "extra"};
+    std::string line = paired ? "date/time" : "date" + separator + "time";
+    for (char const* name : names) line += separator + name;
+    out.write(line.data(), static_cast<std::streamsize>(line.size()));
+}
+
+bool write_timeline_record(bool& header_pending, std::ostream& out, timeline_record& record)
+{
+    if (header_pending) {
+        write_timeline_header(out, record.separator, record.paired);
+        out << '\n';
+        header_pending = false;
+    }
+    time_map rows;
+    group_macb_times(rows, record.times);
+    make_safe(record);
+    std::string const& sep = record.separator;
+    for (auto const& [raw, row] : rows) {
+        std::string const& type = record.type_override.empty() ? row.type_text : record.type_override;
+        std::string const line = when_fields(record, row.when) + sep + record.timezone + sep + row.macb_text + sep +
+                                 record.source + sep + record.sourcetype + sep + type + sep + record.user + sep +
+                                 record.host + sep + record.short_text + sep + record.desc + sep +
+                                 std::to_string(record.version) + sep + record.filename + sep + record.inode + sep +
+                                 record.notes + sep + record.format + sep + record.extra + "\n";
+        out.write(line.data(), static_cast<std::streamsize>(line.size()));
+    }
+    return true;
+}
+
+bool write_timeline_report(std::ostream& out, kito_user_context& context)
+{
+    if (!context.m_fmt_timeline) return false;
+    timeline_record const record = build_record(context);
+    timeline_record first = record;
+    write_timeline_record(context.m_header_pending, out, first);
+    std::set<std::uint64_t> const& previous = context.m_entry.prev_run_times;
+    if (previous.empty()) return true;
+    std::string const last_run_text =
+        filetime_text(context.m_entry.last_run, context.m_date_format, context.m_time_format);
+    for (auto it = previous.rbegin(); it != previous.rend(); ++it) {
+        timeline_record copy = previous_run_record(record, *it, last_run_text);
+        write_timeline_record(context.m_header_pending, out, copy);
+    }
+    return true;
+}

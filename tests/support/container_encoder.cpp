@@ -1,0 +1,381 @@
+#include "support/container_encoder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <queue>
+
+namespace {
+
+constexpr std::uint32_t block_output = 65536;
+constexpr unsigned max_code_bits = 15;
+
+void put_u16(byte_vec& out, std::uint32_t value)
+{
+    out.push_back(static_cast<std::uint8_t>(value));
+    out.push_back(static_cast<std::uint8_t>(value >> 8));
+}
+
+void put_u32(byte_vec& out, std::uint32_t value)
+{
+    put_u16(out, value & 0xFFFF);
+    put_u16(out, value >> 16);
+}
+
+void store_u16(byte_vec& out, std::size_t at, std::uint32_t value)
+{
+    out[at] = static_cast<std::uint8_t>(value);
+    out[at + 1] = static_cast<std::uint8_t>(value >> 8);
+}
+
+unsigned offset_bits(std::uint32_t distance)
+{
+    unsigned bits = 0;
+    while ((distance >> (bits + 1)) != 0) ++bits;
+    return bits;
+}
+
+std::uint32_t huffman_symbol(lz_token const& token)
+{
+    if (token.length == 0) return token.literal;
+    return 256 + (offset_bits(token.distance) << 4) + std::min<std::uint32_t>(token.length - 3, 15);
+}
+
+// Huffman code lengths of the symbols with a non-zero frequency.
+std::vector<unsigned> tree_depths(std::vector<std::uint64_t> const& frequency)
+{
+    using node = std::pair<std::uint64_t, std::size_t>;
+    std::priority_queue<node, std::vector<node>, std::greater<node>> queue;
+    std::vector<std::size_t> parent(frequency.size(), 0);
+    for (std::size_t symbol = 0; symbol < frequency.size(); ++symbol)
+        if (frequency[symbol] != 0) queue.push({frequency[symbol], symbol});
+    while (queue.size() > 1) {
+        node const a = queue.top();
+        queue.pop();
+        node const b = queue.top();
+        queue.pop();
+        parent.push_back(0);
+        parent[a.second] = parent[b.second] = parent.size() - 1;
+        queue.push({a.first + b.first, parent.size() - 1});
+    }
+    std::size_t const root = parent.size() - 1;
+    std::vector<unsigned> depth(frequency.size(), 0);
+    for (std::size_t symbol = 0; symbol < frequency.size(); ++symbol) {
+        if (frequency[symbol] == 0) continue;
+        for (std::size_t at = symbol; at != root; at = parent[at]) ++depth[symbol];
+    }
+    return depth;
+}
+
+// Writes the bit stream of a block into 16-bit words taken from the top,
+// interleaved with the bytes of long match lengths. The decoder loads a new
+// word as soon as it has used the first bit of the word before, and reads
+// escape bytes from wherever its input position then stands; so the slot of
+// word n+1 is reserved at the end of the output when word n is begun.
+class bit_writer {
+public:
+    explicit bit_writer(byte_vec& out) : m_out(out)
+    {
+        m_current = reserve();
+        m_next = reserve();
+    }
+
+    void put(std::uint32_t value, unsigned count)
+    {
+        for (unsigned i = count; i-- > 0;) {
+            if (m_count == 16) {
+                store_u16(m_out, m_current, m_word);
+                m_current = m_next;
+                m_next = reserve();
+                m_word = 0;
+                m_count = 0;
+            }
+            m_word = m_word << 1 | ((value >> i) & 1);
+            ++m_count;
+        }
+    }
+
+    void finish() { store_u16(m_out, m_current, m_word << (16 - m_count)); }
+
+private:
+    std::size_t reserve()
+    {
+        m_out.resize(m_out.size() + 2);
+        return m_out.size() - 2;
+    }
+
+    byte_vec& m_out;
+    std::size_t m_current = 0;
+    std::size_t m_next = 0;
+    std::uint32_t m_word = 0;
+    unsigned m_count = 0;
+};
+
+std::vector<byte_vec> encode_blocks(byte_vec const& data, lz_parse_options const& options)
+{
+    std::vector<byte_vec> blocks;
+    for (auto const& tokens : split_blocks(lz_parse(data, options))) blocks.push_back(huffman_block(tokens));
+    return blocks;
+}
+
+} // namespace
+
+lz_token lz_literal(std::uint8_t value) { return lz_token{0, 0, value}; }
+
+lz_token lz_match(std::uint32_t length, std::uint32_t distance) { return lz_token{length, distance, 0}; }
+
+std::vector<lz_token> lz_literals(char const* text)
+{
+    std::vector<lz_token> tokens;
+    for (; *text != 0; ++text) tokens.push_back(lz_literal(static_cast<std::uint8_t>(*text)));
+    return tokens;
+}
+
+byte_vec apply_tokens(std::vector<lz_token> const& tokens)
+{
+    byte_vec out;
+    for (auto const& token : tokens) {
+        if (token.length == 0) out.push_back(token.literal);
+        for (std::uint32_t i = 0; i < token.length; ++i) out.push_back(out[out.size() - token.distance]);
+    }
+    return out;
+}
+
+std::vector<lz_token> lz_parse(byte_vec const& data, lz_parse_options const& options)
+{
+    constexpr std::size_t hash_size = 1 << 16;
+    constexpr int chain_depth = 32;
+    auto hash = [&data](std::size_t at) {
+        return ((data[at] << 16 | data[at + 1] << 8 | data[at + 2]) * 2654435761u) >> 16 & (hash_size - 1);
+    };
+    std::vector<std::int64_t> head(hash_size, -1);
+    std::vector<std::int64_t> previous(data.size(), -1);
+    auto insert = [&](std::size_t at) {
+        if (at + 3 > data.size()) return;
+        previous[at] = head[hash(at)];
+        head[hash(at)] = static_cast<std::int64_t>(at);
+    };
+
+    std::vector<lz_token> tokens;
+    std::size_t at = 0;
+    while (at < data.size()) {
+        std::size_t limit = std::min<std::size_t>(options.max_length, data.size() - at);
+        if (options.block_aligned) limit = std::min<std::size_t>(limit, block_output - at % block_output);
+        std::size_t best_length = 0;
+        std::size_t best_distance = 0;
+        if (at + 3 <= data.size()) {
+            std::int64_t candidate = head[hash(at)];
+            for (int depth = 0; depth < chain_depth && candidate >= 0; ++depth) {
+                std::size_t const distance = at - static_cast<std::size_t>(candidate);
+                if (distance > options.max_distance) break;
+                std::size_t length = 0;
+                while (length < limit && data[static_cast<std::size_t>(candidate) + length] == data[at + length])
+                    ++length;
+                if (length > best_length) {
+                    best_length = length;
+                    best_distance = distance;
+                }
+                candidate = previous[static_cast<std::size_t>(candidate)];
+            }
+        }
+        if (best_length < 3) {
+            tokens.push_back(lz_literal(data[at]));
+            best_length = 1;
+        } else {
+            tokens.push_back(lz_match(static_cast<std::uint32_t>(best_length), static_cast<std::uint32_t>(best_distance)));
+        }
+        for (std::size_t i = 0; i < best_length; ++i) insert(at + i);
+        at += best_length;
+    }
+    return tokens;
+}
+
+std::vector<std::vector<lz_token>> split_blocks(std::vector<lz_token> const& tokens)
+{
+    std::vector<std::vector<lz_token>> blocks(1);
+    std::uint32_t produced = 0;
+    for (auto const& token : tokens) {
+        blocks.back().push_back(token);
+        std::uint32_t const length = token.length == 0 ? 1 : token.length;
+        if (length >= block_output - produced) {
+            blocks.emplace_back();
+            produced = 0;
+        } else {
+            produced += length;
+        }
+    }
+    if (blocks.back().empty() && blocks.size() > 1) blocks.pop_back();
+    return blocks;
+}
+
+std::vector<std::uint8_t> huffman_code_lengths(std::vector<lz_token> const& tokens)
+{
+    std::vector<std::uint64_t> frequency(512, 0);
+    for (auto const& token : tokens) ++frequency[huffman_symbol(token)];
+    // A complete code needs two symbols at least.
+    for (std::uint32_t symbol = 0; std::count_if(frequency.begin(), frequency.end(), [](auto f) { return f != 0; }) < 2;
+         ++symbol)
+        if (frequency[symbol] == 0) frequency[symbol] = 1;
+    // Too deep a tree: flatten the frequencies and build again.
+    for (;;) {
+        std::vector<unsigned> const depth = tree_depths(frequency);
+        if (*std::max_element(depth.begin(), depth.end()) <= max_code_bits)
+            return std::vector<std::uint8_t>(depth.begin(), depth.end());
+        for (auto& f : frequency)
+            if (f != 0) f = std::max<std::uint64_t>(1, f / 2);
+    }
+}
+
+byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uint8_t> const& code_lengths)
+{
+    if (code_lengths.size() != 512) return {};
+    byte_vec out(256, 0);
+    for (std::size_t i = 0; i < 256; ++i)
+        out[i] = static_cast<std::uint8_t>((code_lengths[2 * i] & 0x0F) | (code_lengths[2 * i + 1] & 0x0F) << 4);
+    // Canonical codes: the first 15-bit index of a symbol's range, shifted down.
+    std::vector<std::uint32_t> codes(512, 0);
+    std::uint32_t next_index = 0;
+    for (unsigned bits = 1; bits <= max_code_bits; ++bits)
+        for (std::size_t symbol = 0; symbol < 512; ++symbol)
+            if (code_lengths[symbol] == bits) {
+                codes[symbol] = next_index >> (max_code_bits - bits);
+                next_index += 1u << (max_code_bits - bits);
+            }
+
+    bit_writer writer(out);
+    for (auto const& token : tokens) {
+        std::uint32_t const symbol = huffman_symbol(token);
+        if (code_lengths[symbol] == 0) return {};
+        writer.put(codes[symbol], code_lengths[symbol]);
+        if (token.length == 0) continue;
+        std::uint32_t const length = token.length - 3;
+        if (length >= 15) {
+            if (length - 15 < 255) {
+                out.push_back(static_cast<std::uint8_t>(length - 15));
+            } else {
+                out.push_back(255);
+                put_u16(out, length);
+            }
+        }
+        unsigned const bits = offset_bits(token.distance);
+        writer.put(token.distance - (1u << bits), bits);
+    }
+    writer.finish();
+    return out;
+}
+
+byte_vec huffman_block(std::vector<lz_token> const& tokens)
+{
+    return huffman_block(tokens, huffman_code_lengths(tokens));
+}
+
+byte_vec mam_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size, std::uint8_t fourth)
+{
+    byte_vec out{'M', 'A', 'M', fourth};
+    put_u32(out, output_size);
+    for (auto const& block : blocks) out.insert(out.end(), block.begin(), block.end());
+    return out;
+}
+
+byte_vec mem0_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size, std::uint32_t padding)
+{
+    byte_vec out{'M', 'E', 'M', '0'};
+    put_u32(out, output_size);
+    for (auto const& block : blocks) {
+        put_u32(out, static_cast<std::uint32_t>(block.size() + padding));
+        out.insert(out.end(), block.begin(), block.end());
+        out.insert(out.end(), padding, 0);
+    }
+    return out;
+}
+
+// The decoder stops once its position reaches the end of the input, even with
+// symbols left in its bit buffer; a real stream ends in padding for that.
+byte_vec with_trailer(byte_vec container)
+{
+    container.insert(container.end(), 4, 0);
+    return container;
+}
+
+byte_vec encode_mam(byte_vec const& data, lz_parse_options const& options)
+{
+    return with_trailer(mam_container(encode_blocks(data, options), static_cast<std::uint32_t>(data.size())));
+}
+
+byte_vec encode_mem0(byte_vec const& data, std::uint32_t padding)
+{
+    return with_trailer(mem0_container(encode_blocks(data, {}), static_cast<std::uint32_t>(data.size()), padding));
+}
+
+byte_vec plain_lz77_stream(std::vector<lz_token> const& tokens)
+{
+    byte_vec out;
+    std::size_t flag_slot = 0;
+    std::uint32_t flags = 0;
+    unsigned flag_count = 32;
+    std::size_t half_byte_at = 0; // 0: no half-byte waiting for a second use
+    auto store_flags = [&] {
+        for (unsigned i = 0; i < 4; ++i) out[flag_slot + i] = static_cast<std::uint8_t>(flags >> (8 * i));
+    };
+    for (auto const& token : tokens) {
+        // A flag word is read only when a token follows it.
+        if (flag_count == 32) {
+            if (!out.empty()) store_flags();
+            flag_slot = out.size();
+            out.resize(out.size() + 4);
+            flags = 0;
+            flag_count = 0;
+        }
+        ++flag_count;
+        if (token.length == 0) {
+            out.push_back(token.literal);
+            continue;
+        }
+        flags |= 1u << (32 - flag_count);
+        std::uint32_t const length = token.length - 3;
+        put_u16(out, (token.distance - 1) << 3 | std::min<std::uint32_t>(length, 7));
+        if (length < 7) continue;
+        std::uint32_t const nibble = std::min<std::uint32_t>(length - 7, 15);
+        if (half_byte_at == 0) {
+            half_byte_at = out.size();
+            out.push_back(static_cast<std::uint8_t>(nibble));
+        } else {
+            out[half_byte_at] = static_cast<std::uint8_t>(out[half_byte_at] | nibble << 4);
+            half_byte_at = 0;
+        }
+        if (nibble < 15) continue;
+        if (length - 22 < 255) {
+            out.push_back(static_cast<std::uint8_t>(length - 22));
+        } else {
+            out.push_back(255);
+            put_u16(out, length);
+        }
+    }
+    if (!out.empty()) store_flags();
+    return out;
+}
+
+byte_vec xpress_container(byte_vec const& stream, std::uint8_t size_code, std::uint32_t stream_length)
+{
+    std::uint32_t const output_size = (size_code + 1u) * 4096;
+    if (stream_length == 0) {
+        stream_length = std::max<std::uint32_t>(8, (static_cast<std::uint32_t>(stream.size()) + 7) & ~7u);
+        // A stream of exactly the output's length would be taken as stored.
+        while (stream_length == block_output || stream_length == output_size) stream_length += 8;
+    }
+    byte_vec out{0x81, 0x81, 'x', 'p', 'r', 'e', 's', 's', size_code};
+    // The decoder takes this word shifted right by 2, plus 8, rounded down to 8.
+    put_u32(out, (stream_length - 8) << 2);
+    out.resize(32, 0);
+    out.insert(out.end(), stream.begin(), stream.end());
+    out.resize(std::max<std::size_t>(out.size(), 32 + std::size_t{stream_length}), 0);
+    return out;
+}
+
+byte_vec encode_xpress(byte_vec const& data)
+{
+    lz_parse_options options;
+    options.max_distance = 8192;
+    options.block_aligned = false;
+    return xpress_container(plain_lz77_stream(lz_parse(data, options)));
+}
