@@ -46,7 +46,6 @@ bool fileio::open_narrow(std::string path, bool write, bool truncate)
     if (path.empty() || m_memory_mode) return false;
     while (!path.empty() && is_separator(path.back())) path.pop_back();
     close();
-    m_path = utf8_to_wide(path);
 
     int flags = write ? (truncate ? O_RDWR | O_CREAT | O_TRUNC : O_RDWR) : O_RDONLY;
     // Non-blocking, so that opening a FIFO named in a file list cannot hang the run.
@@ -60,8 +59,10 @@ bool fileio::open_narrow(std::string path, bool write, bool truncate)
         return false;
     }
     m_descriptor = descriptor;
+    m_path = utf8_to_wide(path);
     m_writable = write;
     m_is_open = true;
+    m_is_directory = S_ISDIR(info.st_mode);
     measure_size();
     return true;
 }
@@ -94,6 +95,9 @@ bool fileio::read(std::vector<std::uint8_t>& out, std::int64_t count, std::uint6
         return true;
     }
 
+    // A folder opens, but has no bytes to give. Its end as the file system
+    // reports it can be huge (ext4 answers 2^63 - 1): allocate nothing for it.
+    if (m_is_directory) return false;
     off_t at = ::lseek(m_descriptor, static_cast<off_t>(offset), SEEK_SET);
     if (at < 0) return false;
     std::uint64_t length = std::min<std::uint64_t>(m_size - static_cast<std::uint64_t>(at), wanted);
@@ -170,7 +174,7 @@ void fileio::close()
     if (m_descriptor >= 0) ::close(m_descriptor);
     m_descriptor = -1;
     m_size = 0;
-    m_writable = m_is_open = false;
+    m_writable = m_is_open = m_is_directory = false;
     m_path.clear();
 }
 

@@ -47,6 +47,7 @@ private:
     std::uint64_t m_size = 0;
     bool m_writable = false;
     bool m_is_open = false;
+    bool m_is_directory = false;
     std::wstring m_path;
     std::vector<std::uint8_t> m_memory;
     bool m_memory_mode = false;

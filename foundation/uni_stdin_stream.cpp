@@ -26,9 +26,11 @@ bool stdin_stream::next_file(std::string& name, bool trim)
 bool stdin_stream::next_file(std::wstring& name, bool trim)
 {
     std::string narrow;
-    bool got = next_file(narrow, trim);
-    name = got ? utf8_to_wide(narrow) : std::wstring();
-    return got;
+    name.clear();
+    if (!next_file(narrow, trim)) return false;
+    // A line that is not well-formed UTF-8 keeps what came before the fault.
+    utf8_into_wide(name, narrow);
+    return true;
 }
 
 } // namespace uni

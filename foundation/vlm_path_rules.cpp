@@ -69,7 +69,8 @@ std::vector<std::wstring> filter_tokens(std::wstring const& text) {
 
 // Pulls the stream part (behind the first ":") out of the entry's core.
 // A stream of exactly "*" marks the first entry of the filter, not the
-// current one; existing filters rely on that placement.
+// current one. The placement is kept as it always was: the stream flags serve
+// a mode this tool never runs, so nothing here reads them.
 void parse_stream_part(std::vector<filter_entry>& out, filter_entry& entry) {
     std::size_t colon = entry.core.find(L':');
     if (colon == std::wstring::npos) return;

@@ -23,7 +23,7 @@ bool is_leap(std::int64_t year) { return year % 4 == 0 && (year % 100 != 0 || ye
 
 int days_in_year(std::int64_t year) { return is_leap(year) ? 366 : 365; }
 
-// Steps 1 to 4 of every conversion: ticks to unix seconds, the local range
+// Every conversion ends here: ticks to unix seconds, the local range
 // check, then the UTC fields and DOS words. Zero is the empty time slot.
 void convert_ticks(time& t, std::uint64_t ticks)
 {
@@ -54,8 +54,9 @@ std::uint64_t firefox3_to_ticks(std::uint64_t value)
 std::uint64_t safari_to_ticks(std::uint64_t value)
 {
     if (value <= 0xFFFFFFFFULL) return (value + seconds_1601_to_2001) * ticks_per_second;
-    // A larger value is a nanosecond count. The two moduli differ on purpose:
-    // this is the conversion that the stored values were written with.
+    // A larger value is a nanosecond count. Its fraction is the count modulo
+    // 10^7, not its nanoseconds: the established reading of these stamps,
+    // kept so that a value reads the same as it always has.
     return value % 10000000ULL + (value / 1000000000ULL + seconds_1601_to_2001) * ticks_per_second;
 }
 
@@ -186,8 +187,8 @@ bool unix_to_local_tm(std::int64_t seconds, std::tm& out)
     constexpr std::int64_t beyond_range = 1LL << 40;
     if (seconds < 0 || seconds > beyond_range) return false;
 
-    // The offset goes through single-precision hours and back; for the
-    // usual whole and half-hour zones this is exact.
+    // The offset goes through single-precision hours and back; for zones
+    // in whole quarter hours this is exact.
     float const hours = static_cast<float>(local_utc_offset()) / 3600.0f;
     std::int64_t const shifted = seconds + static_cast<std::int64_t>(hours * 3600.0f);
 

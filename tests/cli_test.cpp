@@ -116,7 +116,7 @@ TEST_F(cli, option_failures_put_the_header_on_stdout)
         {{"a.pf", "-out", "no/such/r.txt"}, "prob opening file no/such/r.txt for output, aborting\n"},
         {{"a.pf", "-sqlite_log", "x"}, "This option is not offered in this build\n"},
         {{"a.pf", "-aliaspath", "a|b|c"}, "imbalanced alias to true pathfiles, aborting\n"},
-        {{"a.pf", "-alias", " | "}, "imbalanced alias to true pathfiles, aborting\n"},
+        {{"a.pf", "-alias", "|"}, "imbalanced alias to true pathfiles, aborting\n"},
         {{"a.pf", "-cmd_start_time", "06.01.2014"}, ""},
     };
     for (row const& r : rows) {

@@ -24,20 +24,20 @@ struct sample {
 
 std::u16string operator+(std::u16string const& a, char16_t const* b) { return a + std::u16string(b); }
 
-pf_spec spec_of(sample const& s)
+pf_fields fields_of(sample const& s)
 {
-    pf_spec spec;
-    spec.version = s.version;
-    spec.metrics_offset = s.metrics_offset;
-    spec.exe_name = s.exe_name;
-    spec.run_count = 23;
-    spec.last_run = s.last_run;
-    for (std::size_t i = 0; i < 6; ++i) spec.run_slots[i] = s.last_run - i * 26 * hour;
+    pf_fields fields;
+    fields.version = s.version;
+    fields.metrics_offset = s.metrics_offset;
+    fields.exe_name = s.exe_name;
+    fields.run_count = 23;
+    fields.last_run = s.last_run;
+    for (std::size_t i = 0; i < 6; ++i) fields.run_slots[i] = s.last_run - i * 26 * hour;
     std::u16string const system32 = s.volume + u"\\WINDOWS\\SYSTEM32\\";
-    spec.file_strings = {system32 + u"NTDLL.DLL", system32 + u"KERNEL32.DLL", system32 + u"KERNELBASE.DLL",
+    fields.file_strings = {system32 + u"NTDLL.DLL", system32 + u"KERNEL32.DLL", system32 + u"KERNELBASE.DLL",
                          system32 + s.exe_name.c_str(), system32 + u"LOCALE.NLS", system32 + u"EN-US\\" +
                          s.exe_name.c_str() + u".MUI", s.volume + u"\\USERS\\ANALYST\\DESKTOP\\CASE NOTES.TXT"};
-    pf_volume_spec volume;
+    pf_volume_fields volume;
     volume.device_path = s.volume;
     volume.creation_time = s.last_run - 9000 * hour;
     volume.serial = 0x5a3c90e1;
@@ -45,8 +45,8 @@ pf_spec spec_of(sample const& s)
     volume.directories = {s.volume + u"\\USERS", s.volume + u"\\USERS\\ANALYST", s.volume + u"\\USERS\\ANALYST\\DESKTOP",
                           s.volume + u"\\WINDOWS", s.volume + u"\\WINDOWS\\SYSTEM32",
                           s.volume + u"\\WINDOWS\\SYSTEM32\\EN-US"};
-    spec.volumes = {volume};
-    return spec;
+    fields.volumes = {volume};
+    return fields;
 }
 
 bool write_bytes(std::string const& path, std::vector<std::uint8_t> const& bytes)
@@ -80,7 +80,7 @@ int main(int argc, char** argv)
     };
     bool ok = true;
     for (auto const& s : samples) {
-        pf_image image = build_prefetch(spec_of(s));
+        pf_image image = build_prefetch(fields_of(s));
         ok = write_bytes(dir + s.file_name, image.bytes) && ok;
         if (!seeds) continue;
         std::string const base = dir + "seed-" + s.file_name;

@@ -240,13 +240,4 @@ TEST(options, filters_paths_and_signatures)
     }
 }
 
-TEST(options, alias_pairs)
-{
-    arg_list list{"kito", "-csv", "-alias", " C:\\A | x |B|y", "-aliaspath", ""};
-    kito_user_context context;
-    ASSERT_TRUE(parse_tool_options(context, list, "ver: 1.39"));
-    EXPECT_EQ(context.m_alias_map, (std::map<std::string, std::string>{{"c:\\a", "x"}, {"b", "y"}}));
-    EXPECT_EQ(context.m_path_alias_map, (std::map<std::string, std::string>{{"*", ""}}));
-}
-
 } // namespace

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include "driver/batch_input.h"
-#include "foundation/vlm_string.h"
 #include "support/run_process.h"
 
 namespace {
@@ -161,19 +160,6 @@ TEST_F(tree_test, walk_order_and_depth)
     }
     vlmportdir::stdin_stream_ex walk(nullptr);
     EXPECT_FALSE(walk.begin_enum("", 3, {}));
-}
-
-TEST_F(tree_test, walk_applies_its_filter_without_time_bounds)
-{
-    std::string text = "*.pf";
-    std::vector<filter_entry> filter;
-    ASSERT_TRUE(parse_filter(filter, text));
-    vlmportdir::stdin_stream_ex walk(nullptr);
-    ASSERT_TRUE(walk.begin_enum(m_root + "/", 0, filter));
-    std::vector<std::string> seen;
-    for (std::wstring name; walk.next_file(name, true);) seen.push_back(wide_to_utf8(name));
-    std::sort(seen.begin(), seen.end());
-    EXPECT_EQ(seen, (std::vector<std::string>{m_root + "/B.PF", m_root + "/a.pf", m_root + "/ab*.pf"}));
 }
 
 } // namespace

@@ -88,13 +88,13 @@ TEST(PrefetchHeader, VersionTable)
         for (bool small_declared_size : {false, true}) {
             SCOPED_TRACE(std::to_string(r.version) + "/" + std::to_string(r.metrics_offset) +
                          (small_declared_size ? " declared 100" : ""));
-            pf_spec spec = typical_prefetch(r.version);
-            spec.metrics_offset = r.metrics_offset;
-            spec.last_run = xp_last;
+            pf_fields fields = typical_prefetch(r.version);
+            fields.metrics_offset = r.metrics_offset;
+            fields.last_run = xp_last;
             // The newest time sits in slot 136, not 128: it is last run and a previous run.
-            spec.run_slots = {older, newest, older, 0, 0, 0, 0, older - 5};
-            if (small_declared_size) spec.declared_size = 100;
-            decoded const d = decode(build_prefetch(spec));
+            fields.run_slots = {older, newest, older, 0, 0, 0, 0, older - 5};
+            if (small_declared_size) fields.declared_size = 100;
+            decoded const d = decode(build_prefetch(fields));
             ASSERT_TRUE(d.ok);
             bool const run_info = r.run_info && !small_declared_size;
             EXPECT_EQ(d.context->m_version_label, r.label);
@@ -128,10 +128,10 @@ TEST(PrefetchHeader, RunTimeSlots)
     };
     for (auto const& r : rows) {
         SCOPED_TRACE(r.name);
-        pf_spec spec = typical_prefetch(26);
-        spec.run_slots = r.slots;
-        spec.volumes.clear();
-        decoded const d = decode(build_prefetch(spec));
+        pf_fields fields = typical_prefetch(26);
+        fields.run_slots = r.slots;
+        fields.volumes.clear();
+        decoded const d = decode(build_prefetch(fields));
         ASSERT_TRUE(d.ok);
         EXPECT_EQ(d.entry().last_run, r.last_run);
         EXPECT_EQ(d.entry().entry_times, std::set<std::uint64_t>{r.last_run}); // a zero last run goes in too
@@ -141,11 +141,11 @@ TEST(PrefetchHeader, RunTimeSlots)
 
 TEST(PrefetchHeader, ExecutableName)
 {
-    pf_spec spec = typical_prefetch(30);
-    spec.exe_name = u"DCODEDCODEDCODEDCODEDCODEDCODE";
-    spec.file_strings = {u"\\VOLUME\\OTHER.DLL"};
-    spec.volumes.clear();
-    pf_image image = build_prefetch(spec);
+    pf_fields fields = typical_prefetch(30);
+    fields.exe_name = u"DCODEDCODEDCODEDCODEDCODEDCODE";
+    fields.file_strings = {u"\\VOLUME\\OTHER.DLL"};
+    fields.volumes.clear();
+    pf_image image = build_prefetch(fields);
     image.put_u16(76, 'X'); // the hash behind a full name is not a 31st unit
     decoded d = decode(image);
     EXPECT_EQ(d.entry().target_name, "DCODEDCODEDCODEDCODEDCODEDCODE");
@@ -186,13 +186,13 @@ TEST(SectionTables, FileStringsAndExecutablePath)
     };
     for (auto const& r : rows) {
         SCOPED_TRACE(r.name);
-        pf_spec spec = typical_prefetch(23);
-        spec.exe_name = r.exe_name;
-        spec.file_strings = r.strings;
-        spec.metrics_count = r.metrics_count;
-        spec.terminate_last_string = r.terminate_last;
-        spec.volumes.clear();
-        pf_image image = build_prefetch(spec);
+        pf_fields fields = typical_prefetch(23);
+        fields.exe_name = r.exe_name;
+        fields.file_strings = r.strings;
+        fields.metrics_count = r.metrics_count;
+        fields.terminate_last_string = r.terminate_last;
+        fields.volumes.clear();
+        pf_image image = build_prefetch(fields);
         // The buffer ends with the last string, so that a count that is too
         // large finds nothing more behind it.
         std::uint32_t end = image.strings_offset;
@@ -215,13 +215,13 @@ TEST(SectionTables, FileStringsAndExecutablePath)
     }
 }
 
-pf_spec volume_base(std::uint32_t version)
+pf_fields volume_base(std::uint32_t version)
 {
-    pf_spec spec = typical_prefetch(version);
-    spec.file_strings = {u"\\VOL1\\NOTEPAD.EXE"};
-    spec.volumes = {{u"\\VOL1", 111, 1, std::vector<std::uint8_t>(20, 0xab), {u"\\VOL1\\A", u"\\VOL1\\B"}, {}, 0, true},
+    pf_fields fields = typical_prefetch(version);
+    fields.file_strings = {u"\\VOL1\\NOTEPAD.EXE"};
+    fields.volumes = {{u"\\VOL1", 111, 1, std::vector<std::uint8_t>(20, 0xab), {u"\\VOL1\\A", u"\\VOL1\\B"}, {}, 0, true},
                     {u"\\VOL2", 222, 2, std::vector<std::uint8_t>(20, 0xcd), {u"\\VOL2\\C", u"\\VOL2\\D"}, {}, 0, true}};
-    return spec;
+    return fields;
 }
 
 // The volumes section: count from the first record, record size by version,
@@ -233,7 +233,7 @@ TEST(SectionTables, VolumesDegrade)
     struct row {
         char const* name;
         std::uint32_t version;
-        std::function<void(pf_spec&)> change_spec;
+        std::function<void(pf_fields&)> change_fields;
         std::function<void(pf_image&)> damage;
         strings paths;
         dir_lists dirs;
@@ -260,18 +260,18 @@ TEST(SectionTables, VolumesDegrade)
          {"\\VOL1", "\\VOL2"}, both},
         {"directory past the end of the buffer", 30, {}, [](pf_image& i) { i.put_u16(i.dir_offsets[0] + 18, 0x7fff); },
          {"\\VOL1", "\\VOL2"}, {{"\\VOL1\\A"}, both[1]}},
-        {"zero length words skipped", 30, [](pf_spec& s) { s.volumes[0].zero_words_before_dirs = 3; }, {},
+        {"zero length words skipped", 30, [](pf_fields& s) { s.volumes[0].zero_words_before_dirs = 3; }, {},
          {"\\VOL1", "\\VOL2"}, both},
-        {"zero length words up to the end", 30, [](pf_spec& s) { s.volumes[1].directories.clear(); },
+        {"zero length words up to the end", 30, [](pf_fields& s) { s.volumes[1].directories.clear(); },
          [](pf_image& i) { i.put_u32(i.volumes_offset + 96 + 32, 1), i.bytes.resize(i.size() + 6, 0); },
          {"\\VOL1", "\\VOL2"}, {both[0], {}}},
-        {"padding counts from the buffer start", 30, [](pf_spec& s) { s.volumes_shift = 4; }, {},
+        {"padding counts from the buffer start", 30, [](pf_fields& s) { s.volumes_shift = 4; }, {},
          {"\\VOL1", "\\VOL2"}, both},
         {"path ending on a multiple of 8", 30,
-         [](pf_spec& s) { s.volumes[0].device_path = u"\\V1", s.volumes[0].directories = {u"\\V1\\A"}; }, {},
+         [](pf_fields& s) { s.volumes[0].device_path = u"\\V1", s.volumes[0].directories = {u"\\V1\\A"}; }, {},
          {"\\V1", "\\VOL2"}, {{"\\V1\\A"}, both[1]}},
         {"unterminated last path", 30,
-         [](pf_spec& s) { s.volumes[1] = {u"\\VOL2", 222, 2, {}, {}, {}, 0, false}; }, {}, {"\\VOL1", "\\VOL2"},
+         [](pf_fields& s) { s.volumes[1] = {u"\\VOL2", 222, 2, {}, {}, {}, 0, false}; }, {}, {"\\VOL1", "\\VOL2"},
          {both[0], {}}},
         {"negative first path offset", 30, {}, [](pf_image& i) { i.put_u32(i.volumes_offset, 0xfffffff0); }, {}, {}},
         {"volumes offset at the last bytes", 30, {},
@@ -279,9 +279,9 @@ TEST(SectionTables, VolumesDegrade)
     };
     for (auto const& r : rows) {
         SCOPED_TRACE(r.name);
-        pf_spec spec = volume_base(r.version);
-        if (r.change_spec) r.change_spec(spec);
-        pf_image image = build_prefetch(spec);
+        pf_fields fields = volume_base(r.version);
+        if (r.change_fields) r.change_fields(fields);
+        pf_image image = build_prefetch(fields);
         if (r.damage) r.damage(image);
         decoded const d = decode(image);
         ASSERT_TRUE(d.ok);
@@ -297,13 +297,13 @@ TEST(SectionTables, VolumesDegrade)
 
 TEST(SectionTables, VolumeRecordAndTimes)
 {
-    pf_spec spec = volume_base(30);
-    spec.volumes[1].creation_time = spec.last_run = spec.run_slots[0];
-    spec.volumes[1].serial = 0xdeadbeef;
-    pf_image const image = build_prefetch(spec);
+    pf_fields fields = volume_base(30);
+    fields.volumes[1].creation_time = fields.last_run = fields.run_slots[0];
+    fields.volumes[1].serial = 0xdeadbeef;
+    pf_image const image = build_prefetch(fields);
     decoded const d = decode(image);
     ASSERT_TRUE(d.ok);
-    EXPECT_EQ(d.entry().entry_times, (std::set<std::uint64_t>{111, spec.last_run}));
+    EXPECT_EQ(d.entry().entry_times, (std::set<std::uint64_t>{111, fields.last_run}));
     EXPECT_EQ(d.entry().volume_serials, (std::vector<std::uint32_t>{1, 0xdeadbeef}));
     ASSERT_EQ(d.entry().volume_records.size(), 2u);
     EXPECT_TRUE(std::equal(d.entry().volume_records[1].begin(), d.entry().volume_records[1].end(),
@@ -386,10 +386,10 @@ TEST(DecodeChain, LoadFailures)
 TEST(DecodeChain, LoadReadsSixteenMebibytes)
 {
     constexpr std::uint32_t limit = 0x1000000;
-    pf_spec spec = typical_prefetch(23);
-    spec.file_strings.clear();
-    spec.volumes.clear();
-    pf_image image = build_prefetch(spec);
+    pf_fields fields = typical_prefetch(23);
+    fields.file_strings.clear();
+    fields.volumes.clear();
+    pf_image image = build_prefetch(fields);
     image.bytes.resize(limit + 64, 0);
     image.put_u32(88, 1);
     image.put_u32(100, limit - 6);

@@ -178,7 +178,9 @@ TEST(TextReport, Variations)
         auto const lines = lines_of(out.str());
         auto at = std::search(lines.begin(), lines.end(), c.wanted.begin(), c.wanted.end());
         EXPECT_NE(at, lines.end()) << out.str();
-        if (std::string(c.name).starts_with("no volumes")) EXPECT_EQ(at + 2, lines.end());
+        if (std::string(c.name).starts_with("no volumes")) {
+            EXPECT_EQ(at + 2, lines.end());
+        }
     }
 }
 
@@ -412,7 +414,7 @@ TEST(TimelineReport, ModuleListAndHeaderOnce)
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.verbose);
-        auto context = make_context(csvl2t | (c.verbose ? verbose : 0));
+        auto context = make_context(c.verbose ? csvl2t | verbose : csvl2t);
         fill_notepad(*context);
         context->m_entry.prev_run_times.clear();
         context->m_entry.file_strings = {{1, "\\DEVICE\\HARDDISKVOLUME1\\A\\NTDLL.DLL"},

@@ -34,36 +34,36 @@ void put_le(std::vector<std::uint8_t>& bytes, std::size_t offset, std::uint64_t 
     for (int i = 0; i < width; ++i) bytes[offset + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value >> (8 * i));
 }
 
-void write_header(writer& w, pf_spec const& spec, std::uint32_t metrics_offset, std::uint32_t metrics_count)
+void write_header(writer& w, pf_fields const& fields, std::uint32_t metrics_offset, std::uint32_t metrics_count)
 {
     auto& b = w.bytes;
-    put_le(b, 0, spec.version, 4);
+    put_le(b, 0, fields.version, 4);
     b[4] = 'S', b[5] = 'C', b[6] = 'C', b[7] = 'A';
     put_le(b, 8, 0x11, 4);
-    std::size_t const name_units = std::min<std::size_t>(spec.exe_name.size(), 30);
-    for (std::size_t i = 0; i < name_units; ++i) put_le(b, 16 + 2 * i, spec.exe_name[i], 2);
+    std::size_t const name_units = std::min<std::size_t>(fields.exe_name.size(), 30);
+    for (std::size_t i = 0; i < name_units; ++i) put_le(b, 16 + 2 * i, fields.exe_name[i], 2);
     put_le(b, 76, 0xd8414f97, 4);
     put_le(b, 84, metrics_offset, 4);
     put_le(b, 88, metrics_count, 4);
-    switch (spec.version) {
+    switch (fields.version) {
     case 17:
-        put_le(b, 120, spec.last_run, 8);
-        put_le(b, 144, spec.run_count, 4);
+        put_le(b, 120, fields.last_run, 8);
+        put_le(b, 144, fields.run_count, 4);
         break;
     case 23:
-        put_le(b, 128, spec.last_run, 8);
-        put_le(b, 152, spec.run_count, 4);
+        put_le(b, 128, fields.last_run, 8);
+        put_le(b, 152, fields.run_count, 4);
         break;
     default:
         // Windows 8 and 10; unknown versions get the same bytes, which a
         // reader must then leave alone.
-        for (std::size_t i = 0; i < 8; ++i) put_le(b, 128 + 8 * i, spec.run_slots[i], 8);
-        put_le(b, spec.version == 30 && metrics_offset == 296 ? 200 : 208, spec.run_count, 4);
+        for (std::size_t i = 0; i < 8; ++i) put_le(b, 128 + 8 * i, fields.run_slots[i], 8);
+        put_le(b, fields.version == 30 && metrics_offset == 296 ? 200 : 208, fields.run_count, 4);
         break;
     }
 }
 
-void write_volume(writer& w, pf_image& image, pf_volume_spec const& volume, std::size_t record_offset)
+void write_volume(writer& w, pf_image& image, pf_volume_fields const& volume, std::size_t record_offset)
 {
     if (!image.path_offsets.empty()) w.align8();
     std::uint32_t const path_pos = w.pos();
@@ -128,57 +128,57 @@ std::uint32_t pf_default_metrics_offset(std::uint32_t version)
     }
 }
 
-pf_image build_prefetch(pf_spec const& spec)
+pf_image build_prefetch(pf_fields const& fields)
 {
     pf_image image;
     writer w;
-    std::uint32_t const metrics_offset = spec.metrics_offset.value_or(pf_default_metrics_offset(spec.version));
-    auto const strings = static_cast<std::uint32_t>(spec.file_strings.size());
-    write_header(w, spec, metrics_offset, spec.metrics_count.value_or(strings));
+    std::uint32_t const metrics_offset = fields.metrics_offset.value_or(pf_default_metrics_offset(fields.version));
+    auto const strings = static_cast<std::uint32_t>(fields.file_strings.size());
+    write_header(w, fields, metrics_offset, fields.metrics_count.value_or(strings));
 
     // The metrics array (one zeroed entry per string) is not decoded, only
     // skipped; it starts behind the fields that the readers look at.
-    w.pad_to(std::max<std::size_t>(metrics_offset, header_size) + strings * (spec.version == 17 ? 20u : 32u));
+    w.pad_to(std::max<std::size_t>(metrics_offset, header_size) + strings * (fields.version == 17 ? 20u : 32u));
     image.strings_offset = w.pos();
-    for (std::size_t i = 0; i < spec.file_strings.size(); ++i) {
+    for (std::size_t i = 0; i < fields.file_strings.size(); ++i) {
         image.string_offsets.push_back(w.pos());
-        w.append_text(spec.file_strings[i], i + 1 < spec.file_strings.size() || spec.terminate_last_string);
+        w.append_text(fields.file_strings[i], i + 1 < fields.file_strings.size() || fields.terminate_last_string);
     }
     w.align8();
-    w.pad_to(w.bytes.size() + spec.volumes_shift);
+    w.pad_to(w.bytes.size() + fields.volumes_shift);
     image.volumes_offset = w.pos();
-    image.record_size = pf_record_size(spec.version);
-    w.pad_to(w.bytes.size() + spec.volumes.size() * image.record_size);
-    for (std::size_t i = 0; i < spec.volumes.size(); ++i)
-        write_volume(w, image, spec.volumes[i], image.volumes_offset + i * image.record_size);
+    image.record_size = pf_record_size(fields.version);
+    w.pad_to(w.bytes.size() + fields.volumes.size() * image.record_size);
+    for (std::size_t i = 0; i < fields.volumes.size(); ++i)
+        write_volume(w, image, fields.volumes[i], image.volumes_offset + i * image.record_size);
 
     image.bytes = std::move(w.bytes);
     image.put_u32(100, image.strings_offset);
     image.put_u32(104, image.volumes_offset - image.strings_offset);
     image.put_u32(108, image.volumes_offset);
-    image.put_u32(112, static_cast<std::uint32_t>(spec.volumes.size()));
+    image.put_u32(112, static_cast<std::uint32_t>(fields.volumes.size()));
     image.put_u32(116, image.size() - image.volumes_offset);
-    image.put_u32(12, spec.declared_size.value_or(image.size()));
+    image.put_u32(12, fields.declared_size.value_or(image.size()));
     return image;
 }
 
-pf_spec typical_prefetch(std::uint32_t version, std::uint32_t metrics_offset)
+pf_fields typical_prefetch(std::uint32_t version, std::uint32_t metrics_offset)
 {
-    pf_spec spec;
-    spec.version = version;
-    if (version == 30) spec.metrics_offset = metrics_offset;
-    spec.exe_name = u"NOTEPAD.EXE";
-    spec.run_count = 7;
-    spec.last_run = 131000000000000000ULL;
-    spec.run_slots = {131000000000000000ULL, 130990000000000000ULL, 130980000000000000ULL};
-    spec.file_strings = {u"\\DEVICE\\HARDDISKVOLUME2\\WINDOWS\\SYSTEM32\\NTDLL.DLL",
+    pf_fields fields;
+    fields.version = version;
+    if (version == 30) fields.metrics_offset = metrics_offset;
+    fields.exe_name = u"NOTEPAD.EXE";
+    fields.run_count = 7;
+    fields.last_run = 131000000000000000ULL;
+    fields.run_slots = {131000000000000000ULL, 130990000000000000ULL, 130980000000000000ULL};
+    fields.file_strings = {u"\\DEVICE\\HARDDISKVOLUME2\\WINDOWS\\SYSTEM32\\NTDLL.DLL",
                          u"\\DEVICE\\HARDDISKVOLUME2\\WINDOWS\\SYSTEM32\\NOTEPAD.EXE",
                          u"\\DEVICE\\HARDDISKVOLUME3\\USERS\\EXAMINER\\NOTES.TXT"};
-    spec.volumes = {
+    fields.volumes = {
         {u"\\DEVICE\\HARDDISKVOLUME2", 130900000000000000ULL, 0x12345678, std::vector<std::uint8_t>(24, 0xab),
          {u"\\DEVICE\\HARDDISKVOLUME2\\WINDOWS", u"\\DEVICE\\HARDDISKVOLUME2\\WINDOWS\\SYSTEM32"}, {}, 0, true},
         {u"\\DEVICE\\HARDDISKVOLUME3", 130800000000000000ULL, 0x9abcdef0, std::vector<std::uint8_t>(16, 0xcd),
          {u"\\DEVICE\\HARDDISKVOLUME3\\USERS", u"\\DEVICE\\HARDDISKVOLUME3\\USERS\\EXAMINER"}, {}, 0, true},
     };
-    return spec;
+    return fields;
 }

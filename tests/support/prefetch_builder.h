@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-struct pf_volume_spec {
+struct pf_volume_fields {
     std::u16string device_path;
     std::uint64_t creation_time = 0;
     std::uint32_t serial = 0;
@@ -21,7 +21,7 @@ struct pf_volume_spec {
     bool terminate_path = true;
 };
 
-struct pf_spec {
+struct pf_fields {
     std::uint32_t version = 30;
     std::optional<std::uint32_t> metrics_offset; // default: that of the version (30: 304)
     std::u16string exe_name;                     // more than 30 units are cut to 30
@@ -32,7 +32,7 @@ struct pf_spec {
     std::vector<std::u16string> file_strings;
     std::optional<std::uint32_t> metrics_count;  // default: file_strings.size()
     bool terminate_last_string = true;
-    std::vector<pf_volume_spec> volumes;
+    std::vector<pf_volume_fields> volumes;
     std::uint32_t volumes_shift = 0;             // extra bytes before the volumes section
 };
 
@@ -56,8 +56,8 @@ struct pf_image {
 std::uint32_t pf_record_size(std::uint32_t version);
 std::uint32_t pf_default_metrics_offset(std::uint32_t version);
 
-pf_image build_prefetch(pf_spec const& spec);
+pf_image build_prefetch(pf_fields const& fields);
 
 // A sound file of the given layout with three strings and two volumes, the
 // base that most tests then change in one place.
-pf_spec typical_prefetch(std::uint32_t version, std::uint32_t metrics_offset = 304);
+pf_fields typical_prefetch(std::uint32_t version, std::uint32_t metrics_offset = 304);
