@@ -71,6 +71,8 @@ struct huffman_case {
     std::function<byte_vec(byte_vec const&)> encode;
 };
 
+void PrintTo(huffman_case const& c, std::ostream* os) { *os << c.name; }
+
 class huffman_round_trip : public testing::TestWithParam<huffman_case> {};
 
 TEST_P(huffman_round_trip, decodes_what_was_encoded)

@@ -1,7 +1,6 @@
 #pragma once
-// A small JSON reader for the corpus sidecars: objects, arrays, strings
-// (escapes decoded to UTF-8), numbers kept as their text so that 64-bit
-// FILETIME values survive exactly, true, false and null.
+// A small JSON reader for the corpus sidecars: numbers are kept as their text
+// so that 64-bit FILETIME values survive exactly; strings come as UTF-8.
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -16,8 +15,7 @@ struct json_value {
     std::vector<json_value> items;
     std::vector<std::pair<std::string, json_value>> members;
 
-    // Member of an object, or null when absent.
-    json_value const* find(std::string_view key) const;
+    json_value const* find(std::string_view key) const; // null when absent
     bool is_null() const { return type == kind::null; }
     std::uint64_t as_u64() const;
 };
