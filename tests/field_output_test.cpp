@@ -15,7 +15,7 @@ TEST(MarkNewlines, MarksLineEndsByTheirNeighbours)
 {
     // With an LF present a lone CR stays; in "\n\r\n" the CR serves both marks.
     std::pair<char const*, char const*> const cases[] = {
-        {"plain", "plain"}, {"A\r\nB\nC\n\rD", "A[CRLF]B[LF]C[LFCR]D"}, {"A\rB\nC", "A\rB[LF]C"}, {"A\rB", "A[CR]B"},
+        {"plain", "plain"}, {"A\r\nB\nC\n\rD", "A[CRLF]B[LF]C[LFCR]D"}, {"A\rB\nC\rD", "A\rB[LF]C\rD"}, {"A\rB", "A[CR]B"},
         {"\r\r", "[CR][CR]"}, {"\n", "[LF]"}, {"\n\r\n", "[LFCR][CRLF]"}, {"x\r\n", "x[CRLF]"}};
     auto const marked = [](std::string text) { return mark_newlines(text), text; };
     for (auto const& [in, out] : cases) EXPECT_EQ(marked(in), out) << in;
@@ -32,13 +32,13 @@ TEST(GroupMacbTimes, MergesEqualTimesUnderTheEarliestLetter)
         {"C=B only", t1, t2, t3, t3, {{"M...", "lm"}, {".A..", "la"}, {"..CB", "lc; lb"}}},
         {"all absent", 0, 0, 0, 0, {}},
         {"1970 exactly is no time", ft(0), t1, 0, 0, {{".A..", "la"}}},
-        {"additional stamps fill the C position", t1, 0, 0, t2, {{"..C.", "x1"}, {"M...", "lm"}, {"..CB", "lb; x0"}},
-         {t2, ft(5000)}},
+        {"extra stamps fill C", t1, 0, 0, t2, {{"..C.", "x1"}, {"M...", "lm"}, {"..CB", "lb; x0"}}, {t2, ft(5000)}},
     };
     for (auto const& c : cases) {
-        time_quad quad{.m = c.m, .a = c.a, .c = c.c, .b = c.b, .m_label = "lm", .a_label = "la", .c_label = "lc",
-                       .b_label = "lb", .extra_times = c.extra, .extra_labels = {"x0", "x1"}, .extra_sources = {"", ""},
-                       .extra_names = {"", ""}};
+        time_quad quad;
+        quad.m = c.m, quad.a = c.a, quad.c = c.c, quad.b = c.b, quad.extra_times = c.extra;
+        quad.m_label = "lm", quad.a_label = "la", quad.c_label = "lc", quad.b_label = "lb";
+        quad.extra_labels = {"x0", "x1"}, quad.extra_sources = quad.extra_names = {"", ""};
         time_map map;
         group_macb_times(map, quad);
         std::vector<std::pair<std::string, std::string>> rows;
@@ -72,8 +72,9 @@ TEST(FieldRow, SizeLimitsCellIndexesAndTheLastColumn)
     }
     set_row_size(row, 3, false);
     EXPECT_EQ(set_value_cell(row, 1, t1, cell_time_pair, 0), 2);
-    EXPECT_EQ(set_value_cell(row, 3, 7, cell_number, 0) + set_text_cell(row, -1, "x", cell_text, 0), 2);
-    EXPECT_EQ(set_text_cell(row, 0, "x", 30, 0), 1);
+    // Out of range, -1 and a kind above 29 store nothing, and count one column each.
+    EXPECT_EQ(set_value_cell(row, 3, 7, cell_number, 0) + set_text_cell(row, -1, "x", cell_text, 0) +
+              set_text_cell(row, 0, "x", 30, 0), 3);
     EXPECT_EQ(write_csv_row(row, 3), ",2014-06-01, 10:20:30.000\n");
     // A time pair in the last column stops after the date and its separator.
     set_row_size(row, 2, false);

@@ -13,7 +13,6 @@
 namespace {
 
 using change_fn = void (*)(kito_user_context&);
-using writer = bool (*)(std::ostream&, kito_user_context&);
 void no_change(kito_user_context&) {}
 
 constexpr std::uint64_t ft(std::uint64_t unix_seconds, std::uint64_t ticks = 0)
@@ -53,7 +52,7 @@ std::unique_ptr<kito_user_context> make_context(unsigned options, change_fn chan
     return context;
 }
 
-writer writer_for(unsigned o)
+auto writer_for(unsigned o)
 {
     return o & longform ? write_text_report : o & csvl2t ? write_timeline_report : o & bodyfile ? write_bodyfile_report
                                                                                                   : write_csv_report;
