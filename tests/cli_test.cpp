@@ -122,4 +122,18 @@ TEST_F(cli, results_file_and_the_forced_long_form_as_a_value)
     EXPECT_TRUE(stat("/dev/null", &facts) == 0 && S_ISCHR(facts.st_mode));
 }
 
+TEST_F(cli, decompress_to_unpacks_one_file_or_a_batch_into_a_folder)
+{
+    std::string const corpus = corpus_dir();
+    if (corpus.empty()) GTEST_SKIP() << "no corpus";
+    std::string const calc = corpus + "/real/Win10/CALC.EXE-3FBEF7FD.pf";
+    process_result const one = run_kito({calc, "-decompress_to", dir + "/calc.pf", "-quiet"});
+    EXPECT_EQ(std::pair(one.status, one.err), std::pair(0, std::string("\x1b[2K\r    \rSuccess\n")));
+    EXPECT_EQ(read_file(dir + "/calc.pf").substr(0, 8), std::string("\x1e\0\0\0SCCA", 8));
+    // One good write makes the batch a success, whatever the files around it do.
+    process_result const batch = run_kito({"-pipe", "-decompress_to", dir + "/out", "-quiet"}, calc + "\nnone.pf\n");
+    EXPECT_EQ(std::pair(batch.status, batch.err), std::pair(0, std::string("Prob reading file none.pf\n")));
+    EXPECT_EQ(read_file(dir + "/out/CALC.EXE-3FBEF7FD.pf"), read_file(dir + "/calc.pf"));
+}
+
 } // namespace
