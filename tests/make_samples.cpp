@@ -1,4 +1,4 @@
-// Writes a handful of realistic plain Prefetch files, one per layout, into the
+// Writes a handful of realistic Prefetch files, one per layout, into the
 // folder named by the first argument. With "--seeds" it adds damaged variants
 // for use as a fuzzing corpus.
 #include <cstdio>
@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "support/container_encoder.h"
 #include "support/prefetch_builder.h"
 
 namespace {
@@ -81,7 +82,8 @@ int main(int argc, char** argv)
     bool ok = true;
     for (auto const& s : samples) {
         pf_image image = build_prefetch(fields_of(s));
-        ok = write_bytes(dir + s.file_name, image.bytes) && ok;
+        // Windows 10 writes its Prefetch files as "MAM" containers.
+        ok = write_bytes(dir + s.file_name, s.version == 30 ? encode_mam(image.bytes) : image.bytes) && ok;
         if (!seeds) continue;
         std::string const base = dir + "seed-" + s.file_name;
         pf_image cut = image;
