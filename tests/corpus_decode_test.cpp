@@ -10,6 +10,7 @@
 
 #include "driver/kito_user_context.h"
 #include "prefetch/decode_chain.h"
+#include "support/load_capture.h"
 #include "support/json_lite.h"
 #include "support/run_process.h"
 
@@ -17,15 +18,6 @@ namespace {
 
 using numbers = std::vector<std::uint64_t>;
 using strings = std::vector<std::string>;
-
-bool load(std::string const& path, kito_user_context& context, std::string& err)
-{
-    context.m_file_path = path;
-    testing::internal::CaptureStderr();
-    bool const ok = load_prefetch_file(context);
-    err = testing::internal::GetCapturedStderr();
-    return ok;
-}
 
 json_value const& at(json_value const& object, char const* key)
 {

@@ -8,6 +8,7 @@
 #include "driver/kito_user_context.h"
 #include "prefetch/decode_chain.h"
 #include "prefetch/prefetch_header.h"
+#include "support/load_capture.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
 
@@ -107,15 +108,6 @@ TEST(PrefetchDecode, ResetClearsEverythingButTheLabel)
     EXPECT_TRUE(e.target_name.empty() && e.target_path.empty() && e.file_strings.empty() && e.volume_paths.empty() &&
                 e.volume_dirs.empty() && e.volume_records.empty() && e.entry_times.empty() && e.prev_run_times.empty());
     EXPECT_EQ(e.run_count + e.last_run + e.input_file_size, 0u);
-}
-
-bool load(std::string const& path, kito_user_context& context, std::string& err)
-{
-    context.m_file_path = path;
-    testing::internal::CaptureStderr();
-    bool const ok = load_prefetch_file(context);
-    err = testing::internal::GetCapturedStderr();
-    return ok;
 }
 
 TEST(PrefetchDecode, LoadFailures)

@@ -1,14 +1,12 @@
 #include "support/container_encoder.h"
 
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <queue>
 
 namespace {
 
 constexpr std::uint32_t block_output = 65536;
-constexpr unsigned max_code_bits = 15;
 
 void put_u16(byte_vec& out, std::uint32_t value)
 {
@@ -20,12 +18,6 @@ void put_u32(byte_vec& out, std::uint32_t value)
 {
     put_u16(out, value & 0xFFFF);
     put_u16(out, value >> 16);
-}
-
-void store_u16(byte_vec& out, std::size_t at, std::uint32_t value)
-{
-    out[at] = static_cast<std::uint8_t>(value);
-    out[at + 1] = static_cast<std::uint8_t>(value >> 8);
 }
 
 unsigned offset_bits(std::uint32_t distance)
@@ -41,80 +33,61 @@ std::uint32_t huffman_symbol(lz_token const& token)
     return 256 + (offset_bits(token.distance) << 4) + std::min<std::uint32_t>(token.length - 3, 15);
 }
 
-// Huffman code lengths of the symbols with a non-zero frequency.
-std::vector<unsigned> tree_depths(std::vector<std::uint64_t> const& frequency)
+// Huffman code lengths of the symbols the tokens use, flattening the
+// frequencies until no code is longer than 15 bits.
+std::vector<std::uint8_t> code_lengths_of(std::vector<lz_token> const& tokens)
 {
-    using node = std::pair<std::uint64_t, std::size_t>;
-    std::priority_queue<node, std::vector<node>, std::greater<node>> queue;
-    std::vector<std::size_t> parent(frequency.size(), 0);
-    for (std::size_t symbol = 0; symbol < frequency.size(); ++symbol)
-        if (frequency[symbol] != 0) queue.push({frequency[symbol], symbol});
-    while (queue.size() > 1) {
-        node const a = queue.top();
-        queue.pop();
-        node const b = queue.top();
-        queue.pop();
-        parent.push_back(0);
-        parent[a.second] = parent[b.second] = parent.size() - 1;
-        queue.push({a.first + b.first, parent.size() - 1});
+    std::vector<std::uint64_t> frequency(512, 0);
+    for (auto const& token : tokens) ++frequency[huffman_symbol(token)];
+    // A complete code needs two symbols at least.
+    for (std::size_t symbol = 0; std::count(frequency.begin(), frequency.end(), 0u) > 510; ++symbol)
+        frequency[symbol] += frequency[symbol] == 0 ? 1 : 0;
+    for (;;) {
+        using node = std::pair<std::uint64_t, std::size_t>;
+        std::priority_queue<node, std::vector<node>, std::greater<node>> queue;
+        std::vector<std::size_t> parent(512, 0);
+        for (std::size_t symbol = 0; symbol < 512; ++symbol)
+            if (frequency[symbol] != 0) queue.push({frequency[symbol], symbol});
+        while (queue.size() > 1) {
+            node const a = queue.top();
+            queue.pop();
+            node const b = queue.top();
+            queue.pop();
+            parent[a.second] = parent[b.second] = parent.size();
+            parent.push_back(0);
+            queue.push({a.first + b.first, parent.size() - 1});
+        }
+        std::vector<std::uint8_t> lengths(512, 0);
+        bool fits = true;
+        for (std::size_t symbol = 0; symbol < 512; ++symbol) {
+            unsigned depth = 0;
+            for (std::size_t at = symbol; frequency[symbol] != 0 && at != parent.size() - 1; at = parent[at]) ++depth;
+            fits = fits && depth <= 15;
+            lengths[symbol] = static_cast<std::uint8_t>(depth);
+        }
+        if (fits) return lengths;
+        for (auto& f : frequency)
+            if (f != 0) f = std::max<std::uint64_t>(1, f / 2);
     }
-    std::size_t const root = parent.size() - 1;
-    std::vector<unsigned> depth(frequency.size(), 0);
-    for (std::size_t symbol = 0; symbol < frequency.size(); ++symbol) {
-        if (frequency[symbol] == 0) continue;
-        for (std::size_t at = symbol; at != root; at = parent[at]) ++depth[symbol];
-    }
-    return depth;
 }
 
-// Writes the bit stream of a block into 16-bit words taken from the top,
-// interleaved with the bytes of long match lengths. The decoder loads a new
-// word as soon as it has used the first bit of the word before, and reads
-// escape bytes from wherever its input position then stands; so the slot of
-// word n+1 is reserved at the end of the output when word n is begun.
-class bit_writer {
-public:
-    explicit bit_writer(byte_vec& out) : m_out(out)
-    {
-        m_current = reserve();
-        m_next = reserve();
-    }
-
-    void put(std::uint32_t value, unsigned count)
-    {
-        for (unsigned i = count; i-- > 0;) {
-            if (m_count == 16) {
-                store_u16(m_out, m_current, m_word);
-                m_current = m_next;
-                m_next = reserve();
-                m_word = 0;
-                m_count = 0;
-            }
-            m_word = m_word << 1 | ((value >> i) & 1);
-            ++m_count;
-        }
-    }
-
-    void finish() { store_u16(m_out, m_current, m_word << (16 - m_count)); }
-
-private:
-    std::size_t reserve()
-    {
-        m_out.resize(m_out.size() + 2);
-        return m_out.size() - 2;
-    }
-
-    byte_vec& m_out;
-    std::size_t m_current = 0;
-    std::size_t m_next = 0;
-    std::uint32_t m_word = 0;
-    unsigned m_count = 0;
-};
-
+// Blocks end where the decoder ends them: at 65536 output bytes, or right
+// after a match that runs past that mark.
 std::vector<byte_vec> encode_blocks(byte_vec const& data, lz_parse_options const& options)
 {
+    std::vector<lz_token> const tokens = lz_parse(data, options);
     std::vector<byte_vec> blocks;
-    for (auto const& tokens : split_blocks(lz_parse(data, options))) blocks.push_back(huffman_block(tokens));
+    std::vector<lz_token> block;
+    std::uint32_t produced = 0;
+    for (auto const& token : tokens) {
+        block.push_back(token);
+        produced += std::max<std::uint32_t>(token.length, 1);
+        if (produced >= block_output || &token == &tokens.back()) {
+            blocks.push_back(huffman_block(block));
+            block.clear();
+            produced = 0;
+        }
+    }
     return blocks;
 }
 
@@ -144,134 +117,101 @@ byte_vec apply_tokens(std::vector<lz_token> const& tokens)
 std::vector<lz_token> lz_parse(byte_vec const& data, lz_parse_options const& options)
 {
     constexpr std::size_t hash_size = 1 << 16;
-    constexpr int chain_depth = 32;
     auto hash = [&data](std::size_t at) {
         return ((data[at] << 16 | data[at + 1] << 8 | data[at + 2]) * 2654435761u) >> 16 & (hash_size - 1);
     };
     std::vector<std::int64_t> head(hash_size, -1);
     std::vector<std::int64_t> previous(data.size(), -1);
-    auto insert = [&](std::size_t at) {
-        if (at + 3 > data.size()) return;
-        previous[at] = head[hash(at)];
-        head[hash(at)] = static_cast<std::int64_t>(at);
-    };
-
     std::vector<lz_token> tokens;
-    std::size_t at = 0;
-    while (at < data.size()) {
-        std::size_t limit = std::min<std::size_t>(options.max_length, data.size() - at);
+    for (std::size_t at = 0; at < data.size();) {
+        std::size_t limit = std::min<std::size_t>(65535, data.size() - at);
         if (options.block_aligned) limit = std::min<std::size_t>(limit, block_output - at % block_output);
-        std::size_t best_length = 0;
+        std::size_t best_length = 1;
         std::size_t best_distance = 0;
-        if (at + 3 <= data.size()) {
-            std::int64_t candidate = head[hash(at)];
-            for (int depth = 0; depth < chain_depth && candidate >= 0; ++depth) {
-                std::size_t const distance = at - static_cast<std::size_t>(candidate);
-                if (distance > options.max_distance) break;
-                std::size_t length = 0;
-                while (length < limit && data[static_cast<std::size_t>(candidate) + length] == data[at + length])
-                    ++length;
-                if (length > best_length) {
-                    best_length = length;
-                    best_distance = distance;
-                }
-                candidate = previous[static_cast<std::size_t>(candidate)];
+        std::int64_t candidate = at + 3 <= data.size() ? head[hash(at)] : -1;
+        for (int depth = 0; depth < 32 && candidate >= 0 && at - candidate <= options.max_distance; ++depth) {
+            auto const from = static_cast<std::size_t>(candidate);
+            std::size_t length = 0;
+            while (length < limit && data[from + length] == data[at + length]) ++length;
+            if (length >= 3 && length > best_length) {
+                best_length = length;
+                best_distance = at - from;
             }
+            candidate = previous[from];
         }
-        if (best_length < 3) {
-            tokens.push_back(lz_literal(data[at]));
-            best_length = 1;
-        } else {
-            tokens.push_back(lz_match(static_cast<std::uint32_t>(best_length), static_cast<std::uint32_t>(best_distance)));
-        }
-        for (std::size_t i = 0; i < best_length; ++i) insert(at + i);
-        at += best_length;
+        tokens.push_back(best_distance == 0 ? lz_literal(data[at])
+                                            : lz_match(static_cast<std::uint32_t>(best_length),
+                                                       static_cast<std::uint32_t>(best_distance)));
+        for (std::size_t end = at + best_length; at < end; ++at)
+            if (at + 3 <= data.size()) {
+                previous[at] = head[hash(at)];
+                head[hash(at)] = static_cast<std::int64_t>(at);
+            }
     }
     return tokens;
 }
 
-std::vector<std::vector<lz_token>> split_blocks(std::vector<lz_token> const& tokens)
+byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uint8_t> code_lengths)
 {
-    std::vector<std::vector<lz_token>> blocks(1);
-    std::uint32_t produced = 0;
-    for (auto const& token : tokens) {
-        blocks.back().push_back(token);
-        std::uint32_t const length = token.length == 0 ? 1 : token.length;
-        if (length >= block_output - produced) {
-            blocks.emplace_back();
-            produced = 0;
-        } else {
-            produced += length;
-        }
-    }
-    if (blocks.back().empty() && blocks.size() > 1) blocks.pop_back();
-    return blocks;
-}
-
-std::vector<std::uint8_t> huffman_code_lengths(std::vector<lz_token> const& tokens)
-{
-    std::vector<std::uint64_t> frequency(512, 0);
-    for (auto const& token : tokens) ++frequency[huffman_symbol(token)];
-    // A complete code needs two symbols at least.
-    for (std::uint32_t symbol = 0; std::count_if(frequency.begin(), frequency.end(), [](auto f) { return f != 0; }) < 2;
-         ++symbol)
-        if (frequency[symbol] == 0) frequency[symbol] = 1;
-    // Too deep a tree: flatten the frequencies and build again.
-    for (;;) {
-        std::vector<unsigned> const depth = tree_depths(frequency);
-        if (*std::max_element(depth.begin(), depth.end()) <= max_code_bits)
-            return std::vector<std::uint8_t>(depth.begin(), depth.end());
-        for (auto& f : frequency)
-            if (f != 0) f = std::max<std::uint64_t>(1, f / 2);
-    }
-}
-
-byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uint8_t> const& code_lengths)
-{
-    if (code_lengths.size() != 512) return {};
+    if (code_lengths.empty()) code_lengths = code_lengths_of(tokens);
     byte_vec out(256, 0);
     for (std::size_t i = 0; i < 256; ++i)
         out[i] = static_cast<std::uint8_t>((code_lengths[2 * i] & 0x0F) | (code_lengths[2 * i + 1] & 0x0F) << 4);
     // Canonical codes: the first 15-bit index of a symbol's range, shifted down.
     std::vector<std::uint32_t> codes(512, 0);
     std::uint32_t next_index = 0;
-    for (unsigned bits = 1; bits <= max_code_bits; ++bits)
+    for (unsigned bits = 1; bits <= 15; ++bits)
         for (std::size_t symbol = 0; symbol < 512; ++symbol)
             if (code_lengths[symbol] == bits) {
-                codes[symbol] = next_index >> (max_code_bits - bits);
-                next_index += 1u << (max_code_bits - bits);
+                codes[symbol] = next_index >> (15 - bits);
+                next_index += 1u << (15 - bits);
             }
-
-    bit_writer writer(out);
+    // Bits go into 16-bit words, filled from the top. The decoder loads the
+    // next word once it has used the first bit of the one before, and reads
+    // escape bytes from wherever its position then stands; so word n+1's slot
+    // is reserved at the end of the output when word n is begun.
+    std::size_t current = out.size();
+    std::size_t next = current + 2;
+    out.resize(out.size() + 4);
+    std::uint32_t word = 0;
+    unsigned count = 0;
+    auto put = [&](std::uint32_t value, unsigned bits) {
+        for (unsigned i = bits; i-- > 0; ++count) {
+            if (count == 16) {
+                out[current] = static_cast<std::uint8_t>(word);
+                out[current + 1] = static_cast<std::uint8_t>(word >> 8);
+                current = next;
+                next = out.size();
+                out.resize(next + 2);
+                word = count = 0;
+            }
+            word = word << 1 | ((value >> i) & 1);
+        }
+    };
     for (auto const& token : tokens) {
         std::uint32_t const symbol = huffman_symbol(token);
         if (code_lengths[symbol] == 0) return {};
-        writer.put(codes[symbol], code_lengths[symbol]);
+        put(codes[symbol], code_lengths[symbol]);
         if (token.length == 0) continue;
         std::uint32_t const length = token.length - 3;
-        if (length >= 15) {
-            if (length - 15 < 255) {
-                out.push_back(static_cast<std::uint8_t>(length - 15));
-            } else {
-                out.push_back(255);
-                put_u16(out, length);
-            }
+        if (length >= 15 + 255) {
+            out.push_back(255);
+            put_u16(out, length);
+        } else if (length >= 15) {
+            out.push_back(static_cast<std::uint8_t>(length - 15));
         }
         unsigned const bits = offset_bits(token.distance);
-        writer.put(token.distance - (1u << bits), bits);
+        put(token.distance - (1u << bits), bits);
     }
-    writer.finish();
+    word <<= 16 - count;
+    out[current] = static_cast<std::uint8_t>(word);
+    out[current + 1] = static_cast<std::uint8_t>(word >> 8);
     return out;
 }
 
-byte_vec huffman_block(std::vector<lz_token> const& tokens)
+byte_vec mam_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size)
 {
-    return huffman_block(tokens, huffman_code_lengths(tokens));
-}
-
-byte_vec mam_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size, std::uint8_t fourth)
-{
-    byte_vec out{'M', 'A', 'M', fourth};
+    byte_vec out{'M', 'A', 'M', 0x04};
     put_u32(out, output_size);
     for (auto const& block : blocks) out.insert(out.end(), block.begin(), block.end());
     return out;
@@ -289,8 +229,6 @@ byte_vec mem0_container(std::vector<byte_vec> const& blocks, std::uint32_t outpu
     return out;
 }
 
-// The decoder stops once its position reaches the end of the input, even with
-// symbols left in its bit buffer; a real stream ends in padding for that.
 byte_vec with_trailer(byte_vec container)
 {
     container.insert(container.end(), 4, 0);
@@ -313,18 +251,17 @@ byte_vec plain_lz77_stream(std::vector<lz_token> const& tokens)
     std::size_t flag_slot = 0;
     std::uint32_t flags = 0;
     unsigned flag_count = 32;
-    std::size_t half_byte_at = 0; // 0: no half-byte waiting for a second use
+    std::size_t half_byte_at = 0; // 0: no half-byte waiting for its second use
     auto store_flags = [&] {
         for (unsigned i = 0; i < 4; ++i) out[flag_slot + i] = static_cast<std::uint8_t>(flags >> (8 * i));
     };
     for (auto const& token : tokens) {
-        // A flag word is read only when a token follows it.
+        // A flag word is written only when a token follows it.
         if (flag_count == 32) {
             if (!out.empty()) store_flags();
             flag_slot = out.size();
             out.resize(out.size() + 4);
-            flags = 0;
-            flag_count = 0;
+            flags = flag_count = 0;
         }
         ++flag_count;
         if (token.length == 0) {
@@ -374,8 +311,5 @@ byte_vec xpress_container(byte_vec const& stream, std::uint8_t size_code, std::u
 
 byte_vec encode_xpress(byte_vec const& data)
 {
-    lz_parse_options options;
-    options.max_distance = 8192;
-    options.block_aligned = false;
-    return xpress_container(plain_lz77_stream(lz_parse(data, options)));
+    return xpress_container(plain_lz77_stream(lz_parse(data, {8192, false})));
 }
