@@ -26,7 +26,8 @@ byte_vec text_like(std::size_t size)
     static std::string const words[] = {"prefetch ", "\\VOLUME{01d2}\\", "WINDOWS\\SYSTEM32\\", "NTDLL.DLL ", "a"};
     std::mt19937 engine(7);
     byte_vec out;
-    while (out.size() < size) out.insert(out.end(), words[engine() % 5].begin(), words[engine() % 5].end());
+    for (std::string const* word = words; out.size() < size; word = &words[engine() % 5])
+        out.insert(out.end(), word->begin(), word->end());
     out.resize(size);
     return out;
 }
@@ -45,28 +46,19 @@ byte_vec runs(std::size_t size)
 }
 
 byte_vec bytes(std::string const& text) { return byte_vec(text.begin(), text.end()); }
+byte_vec with_size(byte_vec data, std::size_t size) { return data.resize(size, 0), data; }
 
-byte_vec with_size(byte_vec data, std::size_t size)
+std::vector<lz_token> tokens(std::string const& text, std::vector<lz_token> const& more = {})
 {
-    data.resize(size, 0);
-    return data;
-}
-
-std::vector<lz_token> tokens(char const* text, std::vector<lz_token> const& more = {})
-{
-    auto out = lz_literals(text);
+    std::vector<lz_token> out;
+    for (char c : text) out.push_back(lz_literal(static_cast<std::uint8_t>(c)));
     out.insert(out.end(), more.begin(), more.end());
     return out;
 }
 
-byte_vec mam_of(std::vector<byte_vec> const& blocks, std::uint32_t output_size)
+byte_vec mam_of(std::vector<lz_token> const& t, std::uint32_t size = 0)
 {
-    return with_trailer(mam_container(blocks, output_size));
-}
-
-byte_vec mam_of_tokens(std::vector<lz_token> const& t, std::uint32_t size = 0)
-{
-    return mam_of({huffman_block(t)}, size != 0 ? size : static_cast<std::uint32_t>(apply_tokens(t).size()));
+    return huffman_container({huffman_block(t)}, size != 0 ? size : static_cast<std::uint32_t>(apply_tokens(t).size()));
 }
 
 // Symbols 0..14 at lengths 1..15 fill all but the last of the 32768 table entries.
@@ -77,18 +69,12 @@ std::vector<std::uint8_t> deficient_lengths()
     return lengths;
 }
 
-byte_vec const deficient_first = mam_of({huffman_block({lz_literal(0), lz_literal(3)}, deficient_lengths())}, 400);
-
 TEST(huffman_round_trip, decodes_what_was_encoded_but_the_last_byte)
 {
-    byte_vec far = random_bytes(65000, 2); // then the same again, 15 offset bits back
-    far.insert(far.end(), far.begin(), far.begin() + 65000);
-    byte_vec const text = text_like(300000), run = runs(300000);
-    struct {
-        char const* name;
-        byte_vec const& data;
-        byte_vec container;
-    } const cases[] = {
+    byte_vec const half = random_bytes(65000, 2), text = text_like(300000), run = runs(300000);
+    byte_vec far = half; // then the same again, 15 offset bits back
+    far.insert(far.end(), half.begin(), half.end());
+    struct { char const* name; byte_vec const& data; byte_vec container; } const cases[] = {
         {"random, then far back", far, encode_mam(far)},
         {"text in blocks", text, encode_mam(text)},
         {"runs, matches across blocks", run, encode_mam(run, {65535, false})},
@@ -103,9 +89,10 @@ TEST(huffman_round_trip, decodes_what_was_encoded_but_the_last_byte)
     }
 }
 
-// Short streams whose output shows one rule of the decoder.
+// Short streams whose output shows one rule of the decoder; only a built table lets it be written out.
 TEST(huffman_streams, decode_to_the_stated_bytes)
 {
+    std::string const path = make_temp_dir("containers") + "/out.bin";
     std::vector<std::uint8_t> over(512, 0);
     over['a'] = over['b'] = over['c'] = 1; // 'c' falls behind the cut
     // Block 1 has every byte at 8 bits, so index 32767 belongs to 255. Block 2
@@ -114,33 +101,29 @@ TEST(huffman_streams, decode_to_the_stated_bytes)
     byte_vec const first = random_bytes(65536, 5);
     std::vector<lz_token> literals;
     for (auto b : first) literals.push_back(lz_literal(b));
-    std::vector<std::uint8_t> at_8_bits(512, 0), with_255 = deficient_lengths();
-    std::fill_n(at_8_bits.begin(), 256, 8);
+    std::vector<std::uint8_t> at_8_bits(256, 8), with_255 = deficient_lengths();
+    at_8_bits.resize(512, 0);
     with_255[255] = 15;
     byte_vec later = huffman_block({lz_literal(1), lz_literal(255)}, with_255);
     later[127] &= 0x0F;
     byte_vec tail = first;
     for (std::uint8_t b : {1, 255, 255, 255, 255, 255, 255, 255, 255, 0}) tail.push_back(b);
-    struct {
-        char const* name;
-        byte_vec container;
-        byte_vec expected;
-        bool table_ready;
-    } const cases[] = {
-        {"no offset bits reach 1 back", mam_of_tokens(tokens("abc", {lz_match(3, 1)})), bytes("abcccc"), true},
-        {"one offset bit reaches 3 back", mam_of_tokens(tokens("abcd", {lz_match(3, 3)})), bytes("abcdbcd"), true},
-        {"a final literal is never decoded", mam_of_tokens(tokens("abcd")), bytes({"abc\0", 4}), true},
-        {"a final match fills the last byte", mam_of_tokens(tokens("ab", {lz_match(3, 2), lz_literal('z'), lz_match(3, 1)})),
+    struct { char const* name; byte_vec container; byte_vec expected; bool table_ready; } const cases[] = {
+        {"no offset bits reach 1 back", mam_of(tokens("abc", {lz_match(3, 1)})), bytes("abcccc"), true},
+        {"one offset bit reaches 3 back", mam_of(tokens("abcd", {lz_match(3, 3)})), bytes("abcdbcd"), true},
+        {"a final literal is never decoded", mam_of(tokens("abcd")), bytes({"abc\0", 4}), true},
+        {"a final match fills the last byte", mam_of(tokens("ab", {lz_match(3, 2), lz_literal('z'), lz_match(3, 1)})),
          bytes("ababazzzz"), true},
-        {"length escape byte", mam_of_tokens(tokens("q", {lz_match(20, 1)})), bytes(std::string(21, 'q')), true},
-        {"length escape byte 254", mam_of_tokens(tokens("q", {lz_match(272, 1)})), bytes(std::string(273, 'q')), true},
-        {"length escape u16", mam_of_tokens(tokens("q", {lz_match(273, 1), lz_match(3000, 1)})),
+        {"length escape byte 254", mam_of(tokens("q", {lz_match(272, 1)})), bytes(std::string(273, 'q')), true},
+        {"length escape u16", mam_of(tokens("q", {lz_match(273, 1), lz_match(3000, 1)})),
          bytes(std::string(3274, 'q')), true},
-        {"match before the start", mam_of_tokens(tokens("ab", {lz_match(3, 4)}), 5), bytes({"ab\0\0\0", 5}), true},
-        {"deficient first table leaves zeros", deficient_first, byte_vec(400, 0), false},
-        {"oversubscribed table is cut", mam_of({huffman_block(tokens("abbaa"), over)}, 5), bytes({"abba\0", 5}), true},
-        {"later deficient table runs on the old tail", mam_of({huffman_block(literals, at_8_bits), later}, 65546), tail,
-         true},
+        {"match before the start", mam_of(tokens("ab", {lz_match(3, 4)}), 5), bytes({"ab\0\0\0", 5}), true},
+        {"deficient first table leaves zeros",
+         huffman_container({huffman_block(tokens({"\0\3", 2}), deficient_lengths())}, 400), byte_vec(400, 0), false},
+        {"oversubscribed table is cut", huffman_container({huffman_block(tokens("abbaa"), over)}, 5),
+         bytes({"abba\0", 5}), true},
+        {"later deficient table runs on the old tail",
+         huffman_container({huffman_block(literals, at_8_bits), later}, 65546), tail, true},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -148,27 +131,21 @@ TEST(huffman_streams, decode_to_the_stated_bytes)
         ASSERT_TRUE(decompressor.decompress_container(c.container));
         EXPECT_EQ(decompressor.output(), c.expected);
         EXPECT_EQ(decompressor.table_ready(), c.table_ready);
+        ASSERT_EQ(decompressor.write_output_file(path), c.table_ready);
+        if (c.table_ready) { EXPECT_EQ(bytes(read_file(path)), c.expected); }
     }
-}
-
-byte_vec xpress_of(byte_vec const& data, std::uint8_t size_code)
-{
-    return xpress_container(plain_lz77_stream(lz_parse(data, {8192, true})), size_code);
 }
 
 TEST(container_outcomes, follow_the_header_and_input_size)
 {
+    auto const xpress_of = [](std::size_t size, std::uint8_t code) {
+        return xpress_container(plain_lz77_stream(lz_parse(text_like(size), {8192, true})), code);
+    };
     byte_vec const header = {'M', 'A', 'M', 0x04, 5, 0, 0, 0};
     byte_vec table = huffman_block(tokens("ab"));
     table.insert(table.begin(), header.begin(), header.end());
-    struct {
-        char const* name;
-        byte_vec input;
-        std::uint32_t kind;
-        bool ok;
-        std::size_t output_size;
-        bool table_ready;
-    } const cases[] = {
+    struct { char const* name; byte_vec input; std::uint32_t kind; bool ok; std::size_t output_size; bool table_ready; }
+    const cases[] = {
         {"12 bytes", with_size(header, 12), container_none, false, 0, false},
         {"13-byte MAM header", with_size(header, 13), container_mam, true, 5, false},
         {"MAM any fourth byte", with_size({'M', 'A', 'M', 'X', 0x10, 0x27}, 13), container_mam, true, 10000, false},
@@ -176,11 +153,11 @@ TEST(container_outcomes, follow_the_header_and_input_size)
         {"MEM0 of size 0", with_size({'M', 'E', 'M', '0'}, 300), container_none, false, 0, false},
         {"264: header and table only", with_size(table, 264), container_mam, true, 5, false},
         {"265: one byte behind the table", with_size(table, 265), container_mam, true, 5, true},
-        {"xpress size code 15", xpress_of(text_like(5000), 15), container_xpress, true, 65536, true},
-        {"xpress size code 16", xpress_of(text_like(5000), 16), container_xpress, false, 0, false},
-        {"xpress code 0, 257 bytes", with_size(xpress_of(text_like(200), 0), 257), container_xpress, false, 0, false},
-        {"xpress code 0, 256 bytes", with_size(xpress_of(text_like(200), 0), 256), container_xpress, true, 4096, false},
-        {"xpress stream beyond input", with_size(xpress_of(text_like(200), 15), 20), container_xpress, false, 0, false},
+        {"xpress size code 15", xpress_of(5000, 15), container_xpress, true, 65536, true},
+        {"xpress size code 16", xpress_of(5000, 16), container_xpress, false, 0, false},
+        {"xpress code 0, 257 bytes", with_size(xpress_of(200, 0), 257), container_xpress, false, 0, false},
+        {"xpress code 0, 256 bytes", with_size(xpress_of(200, 0), 256), container_xpress, true, 4096, false},
+        {"xpress stream beyond input", with_size(xpress_of(200, 15), 20), container_xpress, false, 0, false},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -189,7 +166,7 @@ TEST(container_outcomes, follow_the_header_and_input_size)
         container_decompressor decompressor;
         EXPECT_EQ(decompressor.decompress_container(c.input), c.ok);
         EXPECT_EQ(decompressor.table_ready(), c.table_ready);
-        if (c.ok) EXPECT_EQ(decompressor.output().size(), c.output_size);
+        if (c.ok) { EXPECT_EQ(decompressor.output().size(), c.output_size); }
     }
 }
 
@@ -200,11 +177,7 @@ TEST(plain_lz77, decodes_into_a_65536_byte_output)
     byte_vec wrapped = plain_lz77_stream({lz_literal('a'), lz_match(300, 1), lz_literal('b')});
     wrapped.at(9) = wrapped.at(10) = 0; // flags, 'a', match word, half-byte, 255, then a u16 of 0 reads as 3
     byte_vec const text = text_like(65536), run = runs(60000), random = random_bytes(65536, 4);
-    struct {
-        char const* name;
-        byte_vec data;
-        byte_vec container;
-    } const cases[] = {
+    struct { char const* name; byte_vec data; byte_vec container; } const cases[] = {
         {"text", text, encode_xpress(text)},
         {"runs", run, encode_xpress(run)},
         {"shared half-byte", apply_tokens(shared), xpress_container(plain_lz77_stream(shared))},
@@ -219,17 +192,6 @@ TEST(plain_lz77, decodes_into_a_65536_byte_output)
         ASSERT_TRUE(decompressor.decompress_container(c.container));
         EXPECT_EQ(decompressor.output(), with_size(c.data, 65536));
     }
-}
-
-TEST(container_output, is_written_once_a_table_was_built)
-{
-    std::string const path = make_temp_dir("containers") + "/out.bin";
-    container_decompressor decompressor;
-    ASSERT_TRUE(decompressor.decompress_container(deficient_first));
-    EXPECT_FALSE(decompressor.write_output_file(path));
-    ASSERT_TRUE(decompressor.decompress_container(encode_mam(text_like(70000))));
-    ASSERT_TRUE(decompressor.write_output_file(path));
-    EXPECT_EQ(bytes(read_file(path)), decompressor.output());
 }
 
 // The synthetic corpus: kind, outcome and decoded size against the sidecars.
@@ -254,10 +216,8 @@ TEST(container_corpus, matches_the_sidecars)
         byte_vec data = bytes(read_file(folder + "/" + name));
         std::uint32_t declared = 0;
         std::uint32_t const kind = detect_container(declared, data);
-        EXPECT_EQ(kind, container == "plain"                ? container_none
-                        : container.rfind("MEM0", 0) == 0 ? container_mem0
-                        : container == "xpress"           ? container_xpress
-                                                          : container_mam);
+        EXPECT_EQ(kind, container == "plain" ? container_none : container == "xpress" ? container_xpress
+                        : container.rfind("MEM0", 0) == 0 ? container_mem0 : container_mam);
         if (kind == container_none) continue;
         // Unwrap up to two layers, as the loader does.
         bool ok = true;

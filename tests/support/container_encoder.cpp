@@ -1,6 +1,7 @@
 #include "support/container_encoder.h"
 
 #include <algorithm>
+#include <bit>
 #include <functional>
 #include <queue>
 
@@ -8,24 +9,12 @@ namespace {
 
 constexpr std::uint32_t block_output = 65536;
 
-void put_u16(byte_vec& out, std::uint32_t value)
+void put_le(byte_vec& out, std::uint32_t value, unsigned bytes)
 {
-    out.push_back(static_cast<std::uint8_t>(value));
-    out.push_back(static_cast<std::uint8_t>(value >> 8));
+    for (unsigned i = 0; i < bytes; ++i) out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
 }
 
-void put_u32(byte_vec& out, std::uint32_t value)
-{
-    put_u16(out, value & 0xFFFF);
-    put_u16(out, value >> 16);
-}
-
-unsigned offset_bits(std::uint32_t distance)
-{
-    unsigned bits = 0;
-    while ((distance >> (bits + 1)) != 0) ++bits;
-    return bits;
-}
+unsigned offset_bits(std::uint32_t distance) { return static_cast<unsigned>(std::bit_width(distance)) - 1; }
 
 std::uint32_t huffman_symbol(lz_token const& token)
 {
@@ -92,17 +81,6 @@ std::vector<byte_vec> encode_blocks(byte_vec const& data, lz_parse_options const
 }
 
 } // namespace
-
-lz_token lz_literal(std::uint8_t value) { return lz_token{0, 0, value}; }
-
-lz_token lz_match(std::uint32_t length, std::uint32_t distance) { return lz_token{length, distance, 0}; }
-
-std::vector<lz_token> lz_literals(char const* text)
-{
-    std::vector<lz_token> tokens;
-    for (; *text != 0; ++text) tokens.push_back(lz_literal(static_cast<std::uint8_t>(*text)));
-    return tokens;
-}
 
 byte_vec apply_tokens(std::vector<lz_token> const& tokens)
 {
@@ -175,11 +153,11 @@ byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uin
     out.resize(out.size() + 4);
     std::uint32_t word = 0;
     unsigned count = 0;
+    auto store = [&] { out[current] = static_cast<std::uint8_t>(word), out[current + 1] = static_cast<std::uint8_t>(word >> 8); };
     auto put = [&](std::uint32_t value, unsigned bits) {
         for (unsigned i = bits; i-- > 0; ++count) {
             if (count == 16) {
-                out[current] = static_cast<std::uint8_t>(word);
-                out[current + 1] = static_cast<std::uint8_t>(word >> 8);
+                store();
                 current = next;
                 next = out.size();
                 out.resize(next + 2);
@@ -196,7 +174,7 @@ byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uin
         std::uint32_t const length = token.length - 3;
         if (length >= 15 + 255) {
             out.push_back(255);
-            put_u16(out, length);
+            put_le(out, length, 2);
         } else if (length >= 15) {
             out.push_back(static_cast<std::uint8_t>(length - 15));
         }
@@ -204,45 +182,32 @@ byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uin
         put(token.distance - (1u << bits), bits);
     }
     word <<= 16 - count;
-    out[current] = static_cast<std::uint8_t>(word);
-    out[current + 1] = static_cast<std::uint8_t>(word >> 8);
+    store();
     return out;
 }
 
-byte_vec mam_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size)
+byte_vec huffman_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size, int mem0_padding)
 {
     byte_vec out{'M', 'A', 'M', 0x04};
-    put_u32(out, output_size);
-    for (auto const& block : blocks) out.insert(out.end(), block.begin(), block.end());
-    return out;
-}
-
-byte_vec mem0_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size, std::uint32_t padding)
-{
-    byte_vec out{'M', 'E', 'M', '0'};
-    put_u32(out, output_size);
+    if (mem0_padding >= 0) out = {'M', 'E', 'M', '0'};
+    put_le(out, output_size, 4);
     for (auto const& block : blocks) {
-        put_u32(out, static_cast<std::uint32_t>(block.size() + padding));
+        if (mem0_padding >= 0) put_le(out, static_cast<std::uint32_t>(block.size() + mem0_padding), 4);
         out.insert(out.end(), block.begin(), block.end());
-        out.insert(out.end(), padding, 0);
+        out.insert(out.end(), std::max(mem0_padding, 0), 0);
     }
+    out.insert(out.end(), 4, 0);
     return out;
-}
-
-byte_vec with_trailer(byte_vec container)
-{
-    container.insert(container.end(), 4, 0);
-    return container;
 }
 
 byte_vec encode_mam(byte_vec const& data, lz_parse_options const& options)
 {
-    return with_trailer(mam_container(encode_blocks(data, options), static_cast<std::uint32_t>(data.size())));
+    return huffman_container(encode_blocks(data, options), static_cast<std::uint32_t>(data.size()));
 }
 
 byte_vec encode_mem0(byte_vec const& data, std::uint32_t padding)
 {
-    return with_trailer(mem0_container(encode_blocks(data, {}), static_cast<std::uint32_t>(data.size()), padding));
+    return huffman_container(encode_blocks(data, {}), static_cast<std::uint32_t>(data.size()), static_cast<int>(padding));
 }
 
 byte_vec plain_lz77_stream(std::vector<lz_token> const& tokens)
@@ -270,7 +235,7 @@ byte_vec plain_lz77_stream(std::vector<lz_token> const& tokens)
         }
         flags |= 1u << (32 - flag_count);
         std::uint32_t const length = token.length - 3;
-        put_u16(out, (token.distance - 1) << 3 | std::min<std::uint32_t>(length, 7));
+        put_le(out, (token.distance - 1) << 3 | std::min<std::uint32_t>(length, 7), 2);
         if (length < 7) continue;
         std::uint32_t const nibble = std::min<std::uint32_t>(length - 7, 15);
         if (half_byte_at == 0) {
@@ -285,7 +250,7 @@ byte_vec plain_lz77_stream(std::vector<lz_token> const& tokens)
             out.push_back(static_cast<std::uint8_t>(length - 22));
         } else {
             out.push_back(255);
-            put_u16(out, length);
+            put_le(out, length, 2);
         }
     }
     if (!out.empty()) store_flags();
@@ -302,7 +267,7 @@ byte_vec xpress_container(byte_vec const& stream, std::uint8_t size_code, std::u
     }
     byte_vec out{0x81, 0x81, 'x', 'p', 'r', 'e', 's', 's', size_code};
     // The decoder takes this word shifted right by 2, plus 8, rounded down to 8.
-    put_u32(out, (stream_length - 8) << 2);
+    put_le(out, (stream_length - 8) << 2, 4);
     out.resize(32, 0);
     out.insert(out.end(), stream.begin(), stream.end());
     out.resize(std::max<std::size_t>(out.size(), 32 + std::size_t{stream_length}), 0);

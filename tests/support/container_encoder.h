@@ -13,9 +13,8 @@ struct lz_token {
     std::uint32_t distance = 0;
     std::uint8_t literal = 0;
 };
-lz_token lz_literal(std::uint8_t value);
-lz_token lz_match(std::uint32_t length, std::uint32_t distance);
-std::vector<lz_token> lz_literals(char const* text);
+inline lz_token lz_literal(std::uint8_t value) { return lz_token{0, 0, value}; }
+inline lz_token lz_match(std::uint32_t length, std::uint32_t distance) { return lz_token{length, distance, 0}; }
 // What a byte-by-byte decoder makes of the tokens.
 byte_vec apply_tokens(std::vector<lz_token> const& tokens);
 
@@ -30,13 +29,11 @@ std::vector<lz_token> lz_parse(byte_vec const& data, lz_parse_options const& opt
 // complete code of at most 15 bits), then the bit stream. Empty if a token's
 // symbol has no code.
 byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uint8_t> code_lengths = {});
-// MAM blocks follow each other; each MEM0 block is preceded by its size and
-// followed by `padding` zero bytes.
-byte_vec mam_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size);
-byte_vec mem0_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size, std::uint32_t padding = 0);
-// A few zero bytes behind the last block, as a real stream has: the decoder
-// stops once its position reaches the end of the input.
-byte_vec with_trailer(byte_vec container);
+// MAM blocks follow each other; with `mem0_padding` >= 0 each MEM0 block is
+// preceded by its size and followed by that many zero bytes. Four zero bytes
+// end it, as in a real stream: the decoder stops once its position reaches
+// the end of the input, with symbols left in its bit buffer.
+byte_vec huffman_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size, int mem0_padding = -1);
 byte_vec encode_mam(byte_vec const& data, lz_parse_options const& options = {});
 byte_vec encode_mem0(byte_vec const& data, std::uint32_t padding = 0);
 
