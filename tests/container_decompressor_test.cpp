@@ -48,12 +48,11 @@ byte_vec runs(std::size_t size)
 byte_vec bytes(std::string const& text) { return byte_vec(text.begin(), text.end()); }
 byte_vec with_size(byte_vec data, std::size_t size) { return data.resize(size, 0), data; }
 
-std::vector<lz_token> tokens(std::string const& text, std::vector<lz_token> const& more = {})
+std::vector<lz_token> tokens(std::string const& text, std::vector<lz_token> more = {})
 {
-    std::vector<lz_token> out;
-    for (char c : text) out.push_back(lz_literal(static_cast<std::uint8_t>(c)));
-    out.insert(out.end(), more.begin(), more.end());
-    return out;
+    more.insert(more.begin(), text.size(), lz_token{});
+    for (std::size_t i = 0; i < text.size(); ++i) more[i].literal = static_cast<std::uint8_t>(text[i]);
+    return more;
 }
 
 byte_vec mam_of(std::vector<lz_token> const& t, std::uint32_t size = 0)
@@ -99,8 +98,7 @@ TEST(huffman_streams, decode_to_the_stated_bytes)
     // codes 255 as fifteen 1 bits, then its table loses 255: the index now finds
     // the old symbol, at 0 bits.
     byte_vec const first = random_bytes(65536, 5);
-    std::vector<lz_token> literals;
-    for (auto b : first) literals.push_back(lz_literal(b));
+    auto const literals = tokens(std::string(first.begin(), first.end()));
     std::vector<std::uint8_t> at_8_bits(256, 8), with_255 = deficient_lengths();
     at_8_bits.resize(512, 0);
     with_255[255] = 15;

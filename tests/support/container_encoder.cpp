@@ -37,11 +37,9 @@ std::vector<std::uint8_t> code_lengths_of(std::vector<lz_token> const& tokens)
         std::vector<std::size_t> parent(512, 0);
         for (std::size_t symbol = 0; symbol < 512; ++symbol)
             if (frequency[symbol] != 0) queue.push({frequency[symbol], symbol});
+        auto const pop = [&queue] { node const top = queue.top(); return queue.pop(), top; };
         while (queue.size() > 1) {
-            node const a = queue.top();
-            queue.pop();
-            node const b = queue.top();
-            queue.pop();
+            node const a = pop(), b = pop();
             parent[a.second] = parent[b.second] = parent.size();
             parent.push_back(0);
             queue.push({a.first + b.first, parent.size() - 1});
@@ -153,7 +151,10 @@ byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uin
     out.resize(out.size() + 4);
     std::uint32_t word = 0;
     unsigned count = 0;
-    auto store = [&] { out[current] = static_cast<std::uint8_t>(word), out[current + 1] = static_cast<std::uint8_t>(word >> 8); };
+    auto store = [&] {
+        out[current] = static_cast<std::uint8_t>(word);
+        out[current + 1] = static_cast<std::uint8_t>(word >> 8);
+    };
     auto put = [&](std::uint32_t value, unsigned bits) {
         for (unsigned i = bits; i-- > 0; ++count) {
             if (count == 16) {
@@ -172,12 +173,8 @@ byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uin
         put(codes[symbol], code_lengths[symbol]);
         if (token.length == 0) continue;
         std::uint32_t const length = token.length - 3;
-        if (length >= 15 + 255) {
-            out.push_back(255);
-            put_le(out, length, 2);
-        } else if (length >= 15) {
-            out.push_back(static_cast<std::uint8_t>(length - 15));
-        }
+        if (length >= 15) out.push_back(static_cast<std::uint8_t>(std::min<std::uint32_t>(length - 15, 255)));
+        if (length >= 15 + 255) put_le(out, length, 2);
         unsigned const bits = offset_bits(token.distance);
         put(token.distance - (1u << bits), bits);
     }
@@ -205,9 +202,9 @@ byte_vec encode_mam(byte_vec const& data, lz_parse_options const& options)
     return huffman_container(encode_blocks(data, options), static_cast<std::uint32_t>(data.size()));
 }
 
-byte_vec encode_mem0(byte_vec const& data, std::uint32_t padding)
+byte_vec encode_mem0(byte_vec const& data, int padding)
 {
-    return huffman_container(encode_blocks(data, {}), static_cast<std::uint32_t>(data.size()), static_cast<int>(padding));
+    return huffman_container(encode_blocks(data, {}), static_cast<std::uint32_t>(data.size()), padding);
 }
 
 byte_vec plain_lz77_stream(std::vector<lz_token> const& tokens)
@@ -246,12 +243,8 @@ byte_vec plain_lz77_stream(std::vector<lz_token> const& tokens)
             half_byte_at = 0;
         }
         if (nibble < 15) continue;
-        if (length - 22 < 255) {
-            out.push_back(static_cast<std::uint8_t>(length - 22));
-        } else {
-            out.push_back(255);
-            put_le(out, length, 2);
-        }
+        out.push_back(static_cast<std::uint8_t>(std::min<std::uint32_t>(length - 22, 255)));
+        if (length - 22 >= 255) put_le(out, length, 2);
     }
     if (!out.empty()) store_flags();
     return out;

@@ -1,7 +1,6 @@
 #pragma once
-// Test-side writer of the compressed containers: LZ77+Huffman blocks in "MAM"
-// or "MEM0", and Plain LZ77 (or stored bytes) behind 0x81 0x81 "xpress".
-// Streams are built from token lists, so a test states exactly what they hold.
+// Test-side writer of the containers: LZ77+Huffman in "MAM" or "MEM0", Plain LZ77 or stored bytes
+// behind 0x81 0x81 "xpress". Streams are built from token lists, so a test states what they hold.
 #include <cstdint>
 #include <vector>
 
@@ -29,13 +28,12 @@ std::vector<lz_token> lz_parse(byte_vec const& data, lz_parse_options const& opt
 // complete code of at most 15 bits), then the bit stream. Empty if a token's
 // symbol has no code.
 byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uint8_t> code_lengths = {});
-// MAM blocks follow each other; with `mem0_padding` >= 0 each MEM0 block is
-// preceded by its size and followed by that many zero bytes. Four zero bytes
-// end it, as in a real stream: the decoder stops once its position reaches
-// the end of the input, with symbols left in its bit buffer.
+// MAM blocks follow each other; with `mem0_padding` >= 0 each MEM0 block is preceded by its size and
+// followed by that many zero bytes. Four zero bytes end it, as in a real stream: the decoder stops
+// once its position reaches the end of the input, with symbols left in its bit buffer.
 byte_vec huffman_container(std::vector<byte_vec> const& blocks, std::uint32_t output_size, int mem0_padding = -1);
 byte_vec encode_mam(byte_vec const& data, lz_parse_options const& options = {});
-byte_vec encode_mem0(byte_vec const& data, std::uint32_t padding = 0);
+byte_vec encode_mem0(byte_vec const& data, int padding = 0);
 
 // Plain LZ77: flag words, literals, match words and length escapes.
 byte_vec plain_lz77_stream(std::vector<lz_token> const& tokens);
