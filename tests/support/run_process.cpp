@@ -1,83 +1,43 @@
 #include "support/run_process.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 
-namespace {
-
-void set_nonblocking(int fd) { fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK); }
-
-} // namespace
-
+// Standard input, output and error go through files in a temporary folder:
+// no pipe can fill up and stall the child, however much it writes.
 process_result run_process(std::string const& program, std::vector<std::string> const& args,
                            std::string const& input, std::vector<std::string> const& env,
                            std::string const& working_dir)
 {
-    int in_pipe[2], out_pipe[2], err_pipe[2];
+    std::string const dir = make_temp_dir("run");
+    std::string const in = dir + "/in", out = dir + "/out", err = dir + "/err";
+    write_file(in, input);
     process_result result;
-    if (pipe(in_pipe) != 0 || pipe(out_pipe) != 0 || pipe(err_pipe) != 0) return result;
     pid_t const pid = fork();
     if (pid == 0) {
-        dup2(in_pipe[0], 0);
-        dup2(out_pipe[1], 1);
-        dup2(err_pipe[1], 2);
-        for (int fd : {in_pipe[0], in_pipe[1], out_pipe[0], out_pipe[1], err_pipe[0], err_pipe[1]}) close(fd);
+        int const fds[3] = {open(in.c_str(), O_RDONLY), open(out.c_str(), O_WRONLY | O_CREAT, 0600),
+                            open(err.c_str(), O_WRONLY | O_CREAT, 0600)};
+        for (int i = 0; i < 3; ++i) dup2(fds[i], i);
         if (!working_dir.empty() && chdir(working_dir.c_str()) != 0) _exit(127);
         for (auto const& e : env) putenv(const_cast<char*>(e.c_str()));
-        std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(program.c_str()));
+        std::vector<char*> argv{const_cast<char*>(program.c_str())};
         for (auto const& a : args) argv.push_back(const_cast<char*>(a.c_str()));
         argv.push_back(nullptr);
         execv(program.c_str(), argv.data());
         _exit(127);
     }
-    close(in_pipe[0]);
-    close(out_pipe[1]);
-    close(err_pipe[1]);
-    set_nonblocking(in_pipe[1]);
-    std::size_t written = 0;
-    if (input.empty()) {
-        close(in_pipe[1]);
-        in_pipe[1] = -1;
-    }
-    bool out_open = true, err_open = true;
-    char chunk[65536];
-    while (out_open || err_open) {
-        pollfd fds[3] = {{out_open ? out_pipe[0] : -1, POLLIN, 0},
-                         {err_open ? err_pipe[0] : -1, POLLIN, 0},
-                         {in_pipe[1], POLLOUT, 0}};
-        if (poll(fds, 3, -1) < 0 && errno != EINTR) break;
-        if (in_pipe[1] >= 0 && (fds[2].revents & (POLLOUT | POLLERR | POLLHUP))) {
-            ssize_t const n = write(in_pipe[1], input.data() + written, input.size() - written);
-            if (n > 0) written += static_cast<std::size_t>(n);
-            if (n < 0 && errno != EAGAIN) written = input.size();
-            if (written >= input.size()) {
-                close(in_pipe[1]);
-                in_pipe[1] = -1;
-            }
-        }
-        for (int i = 0; i < 2; ++i) {
-            if (!(fds[i].revents & (POLLIN | POLLHUP | POLLERR))) continue;
-            ssize_t const n = read(i == 0 ? out_pipe[0] : err_pipe[0], chunk, sizeof chunk);
-            if (n > 0) (i == 0 ? result.out : result.err).append(chunk, static_cast<std::size_t>(n));
-            else if (n == 0 || errno != EAGAIN) (i == 0 ? out_open : err_open) = false;
-        }
-    }
-    if (in_pipe[1] >= 0) close(in_pipe[1]);
-    close(out_pipe[0]);
-    close(err_pipe[0]);
     int status = 0;
     waitpid(pid, &status, 0);
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.out = read_file(out);
+    result.err = read_file(err);
+    for (auto const& f : {in, out, err}) unlink(f.c_str());
+    rmdir(dir.c_str());
     return result;
 }
 
@@ -97,8 +57,7 @@ std::string corpus_dir()
 {
     std::string const dir = env_or_empty("KITO_CORPUS");
     struct stat st {};
-    if (dir.empty() || stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return {};
-    return dir;
+    return !dir.empty() && stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? dir : std::string();
 }
 
 std::string make_temp_dir(std::string const& tag)
