@@ -136,4 +136,13 @@ TEST_F(cli, decompress_to_unpacks_one_file_or_a_batch_into_a_folder)
     EXPECT_EQ(read_file(dir + "/out/CALC.EXE-3FBEF7FD.pf"), read_file(dir + "/calc.pf"));
 }
 
+// The log takes the command line as parsed, each batch name, and the run's length in whole seconds.
+TEST_F(cli, diags_log_lines)
+{
+    EXPECT_EQ(run_kito({"-pipe", "-diags", "log.txt", "-l2", "-quiet"}, "none.pf\n", dir).status, 255);
+    std::string const log = read_file(dir + "/log.txt");
+    EXPECT_TRUE(std::regex_match(log, std::regex("->" + binary + " -pipe -diags log.txt -l2 -quiet -longform\n"
+                                                 "->none.pf\n->[0-9]+ secs"))) << log;
+}
+
 } // namespace
