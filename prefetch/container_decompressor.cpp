@@ -22,6 +22,11 @@ constexpr std::uint32_t symbol_count = 512;
 constexpr unsigned max_code_bits = 15;
 // The Plain LZ77 stream follows a 32-byte header.
 constexpr std::int64_t xpress_stream_offset = 32;
+// The most output a container may declare: the loader's own input limit. The
+// largest real Prefetch file unpacks to well under 1 MiB; a larger claim is
+// treated as an allocation that fails, so a tiny hostile header cannot cost
+// gigabytes.
+constexpr std::uint32_t max_declared_output = 0x1000000;
 
 std::int32_t clamp_size(std::size_t size)
 {
@@ -103,6 +108,7 @@ bool container_decompressor::decompress_container(std::uint8_t const* data, std:
             position = block_header_size;
         }
     }
+    if (m_output_size > max_declared_output) return false;
     try {
         m_output.resize(m_output_size);
     } catch (std::bad_alloc const&) {

@@ -30,7 +30,7 @@ enum class last_run_rule {
     newest_slot, // the largest of the eight run-time slots at 128..184
 };
 
-// One row per known layout. Version 30 has three rows, told apart by the
+// One row per known layout. Versions 30 and 31 have three rows each, told apart by the
 // metrics offset: Windows 10 moved the run count between two sublayouts.
 struct prefetch_layout {
     std::uint32_t version;
