@@ -52,8 +52,9 @@ std::wstring read_counted_units(byte_view buf, std::uint64_t pos, std::uint32_t 
 std::uint64_t align8(std::uint64_t pos) { return (pos + 7) & ~std::uint64_t{7}; }
 
 // Directory strings: a u16 length, that many units, and a zero unit that is
-// stepped over. Zero length words in front of a string are skipped.
-offset_string_map read_directories(byte_view buf, std::uint64_t pos, std::uint32_t directory_count)
+// stepped over. Zero length words in front of a string are skipped. `pos`
+// ends where the reading stopped.
+offset_string_map read_directories(byte_view buf, std::uint64_t& pos, std::uint32_t directory_count)
 {
     offset_string_map dirs;
     try {
@@ -75,8 +76,26 @@ offset_string_map read_directories(byte_view buf, std::uint64_t pos, std::uint32
     return dirs;
 }
 
+// Records may point their path and directories at the same bytes, so a small
+// file could make every one of thousands of volumes read megabytes of strings
+// again. In a sound file the strings of different volumes never overlap, so
+// all of them together lie within the buffer: the bytes scanned for volume
+// strings are limited to the buffer's size, and a read that meets the limit
+// stops there as it would at the end of the buffer.
+struct scan_budget {
+    std::uint64_t left;
+
+    // The part of the buffer that a read from pos may still scan.
+    byte_view window(byte_view buf, std::uint64_t pos) const
+    {
+        return byte_view{buf.data, pos < buf.size ? pos + std::min<std::uint64_t>(left, buf.size - pos) : buf.size};
+    }
+    void charge(std::uint64_t from, std::uint64_t to) { left -= std::min(left, to > from ? to - from : 0); }
+};
+
 // One volume record and its strings. False ends the list of volumes.
-bool decode_volume(prefetch_entry& entry, byte_view buf, std::uint32_t volumes_offset, std::uint64_t record_offset)
+bool decode_volume(prefetch_entry& entry, byte_view buf, std::uint32_t volumes_offset, std::uint64_t record_offset,
+                   scan_budget& budget)
 {
     if (!buf.has(record_offset, volume_record::kept_bytes)) return false;
     std::array<std::uint8_t, volume_record::kept_bytes> record{};
@@ -93,12 +112,13 @@ bool decode_volume(prefetch_entry& entry, byte_view buf, std::uint32_t volumes_o
 
     // The path offset counts from the section and wraps as a 32-bit sum.
     std::uint32_t const path_pos = volumes_offset + device_path_offset;
-    if (device_path_offset == 0 || path_pos > buf.size) return false;
+    if (device_path_offset == 0 || path_pos > buf.size || budget.left == 0) return false;
 
     entry.volume_records.push_back(record);
     std::uint64_t pos = path_pos;
     bool terminated = false;
-    std::wstring const path = read_terminated_units(buf, pos, terminated);
+    std::wstring const path = read_terminated_units(budget.window(buf, pos), pos, terminated);
+    budget.charge(path_pos, pos);
     entry.volume_serials.push_back(serial);
     entry.volume_paths.push_back(wide_to_utf8(path));
     entry.volume_times.push_back(creation_time);
@@ -107,8 +127,10 @@ bool decode_volume(prefetch_entry& entry, byte_view buf, std::uint32_t volumes_o
     // Path, file references and directory strings each start on a multiple
     // of 8 counted from the start of the file, not of the section.
     pos = align8(align8(pos) + file_refs_size);
+    std::uint64_t const dirs_pos = pos;
     try {
-        entry.volume_dirs.push_back(read_directories(buf, pos, directory_count));
+        entry.volume_dirs.push_back(read_directories(budget.window(buf, pos), pos, directory_count));
+        budget.charge(dirs_pos, pos);
     } catch (std::exception const&) {
         // Out of memory: the volume stays, the next one follows.
     }
@@ -162,9 +184,10 @@ bool decode_volumes(prefetch_entry& entry, std::uint8_t const* data, std::uint32
     std::uint32_t first_path_offset = 0;
     if (!read_u32(buf, volumes_offset, first_path_offset)) return true;
     std::int32_t const count = static_cast<std::int32_t>(first_path_offset) / record_size;
+    scan_budget budget{size};
     for (std::int32_t i = 0; i < count; ++i) {
         std::uint64_t const record_offset = volumes_offset + std::uint64_t(i) * std::uint64_t(record_size);
-        if (!decode_volume(entry, buf, volumes_offset, record_offset)) break;
+        if (!decode_volume(entry, buf, volumes_offset, record_offset, budget)) break;
     }
     return true;
 }
