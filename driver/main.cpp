@@ -13,6 +13,7 @@
 #include "foundation/run_statistics.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_path_rules.h"
+#include "prefetch/evidence_guard.h"
 
 namespace {
 
@@ -42,6 +43,21 @@ int run_mode(kito_user_context& context, arg_list const& list, std::ostream& res
     return process_prefetch_files(context, results) ? 0 : -1;
 }
 
+// A report that did not reach its stream is never a success: the failure is
+// told once, by the stream's name, and turns the status to -1.
+int finish_results(std::ostream& results, uni::fileio& results_file, std::string const& results_path, int status)
+{
+    bool const written = results.good()
+                         && (results_path.empty() ? std::cout.flush() && std::fflush(stdout) == 0 && !std::ferror(stdout)
+                                                  : results_file.finish_output());
+    // The stream is the file's own: it goes with the close.
+    results_file.close();
+    if (written) return status;
+    std::fprintf(stderr, "prob writing results to %s\n",
+                 results_path.empty() ? "standard output" : results_path.c_str());
+    return -1;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -64,16 +80,19 @@ int main(int argc, char** argv)
     // the command line as it was given.
     build_run_header(header, list, context.m_run_started);
 
+    uni::fileio results_file;
     if (!parse_tool_options(context, list, kito_version)) {
         std::cout << header.str() << '\n';
-        return -1;
+        return finish_results(std::cout, results_file, "", -1);
     }
     start_run_statistics(statistics, context, [](std::string const*) { return 0; });
 
-    uni::fileio results_file;
     std::ostream* results = &std::cout;
     if (!context.m_results_path.empty()) {
-        results = results_file.open(context.m_results_path, true, true) ? results_file.output_stream() : nullptr;
+        // Never truncate a Prefetch file or a container, also one reached through a link.
+        bool const opened = !is_evidence_file(context.m_results_path)
+                            && results_file.open(context.m_results_path, /*write=*/true, /*truncate=*/true);
+        results = opened ? results_file.output_stream() : nullptr;
         if (results == nullptr) {
             std::fprintf(stderr, "prob opening results file: %s for writing\n", context.m_results_path.c_str());
             return -1;
@@ -81,6 +100,5 @@ int main(int argc, char** argv)
     }
     *results << header.str() << '\n';
     int const status = run_mode(context, list, *results);
-    results_file.close();
-    return status;
+    return finish_results(*results, results_file, context.m_results_path, status);
 }

@@ -15,6 +15,7 @@
 #include "foundation/vlm_time.h"
 #include "foundation/vlm_time_text.h"
 #include "prefetch/decode_chain.h"
+#include "prefetch/evidence_guard.h"
 
 namespace {
 
@@ -180,6 +181,12 @@ bool probe_results_file(arg_list const& list, std::string const& path)
 {
     uni::fileio probe;
     bool opened = false;
+    // A Prefetch file or a container named by -out is evidence: it is refused
+    // as if it could not be opened, and left exactly as it was.
+    if (is_evidence_file(path)) {
+        std::fprintf(stderr, "prob opening file %s for output, aborting\n", path.c_str());
+        return false;
+    }
     if (find_option("-append", list, 1)) opened = probe.open(path, true, false);
     if (!opened) opened = probe.open(path, true, true);
     if (!opened) {
@@ -205,6 +212,11 @@ bool take_results_path(arg_list& list, cmd_params& options)
 void open_diagnostics_log(arg_list& list, cmd_params& options)
 {
     if (!take_value("-diags", options.m_diag_path, list)) return;
+    // A log named onto evidence is not opened: the run goes on without one.
+    if (is_evidence_file(options.m_diag_path)) {
+        options.m_diag_path.clear();
+        return;
+    }
     options.m_diag_stream = std::make_unique<uni::ofstream>(options.m_diag_path, std::ios::out | std::ios::trunc);
     if (!options.m_diag_stream->is_open()) {
         options.m_diag_path.clear();

@@ -38,13 +38,20 @@ bool unpack_file(std::string const& path, container_decompressor& decompressor)
     return true;
 }
 
+// The unpacked bytes never go onto the file they came from: that write is
+// refused as a failed one, and the evidence stays as it was.
+bool write_unpacked(container_decompressor& decompressor, std::string const& source, std::string const& target)
+{
+    return !same_file(source, target) && decompressor.write_output_file(target);
+}
+
 int decompress_single(kito_user_context& context, arg_list const& list)
 {
     if (list.size() != 2) return -1;
     context.m_file_path = expand_path_variables(list[1], true);
     container_decompressor decompressor;
     if (!unpack_file(context.m_file_path, decompressor)) return -1;
-    if (!decompressor.write_output_file(context.m_decompress_target)) return -1;
+    if (!write_unpacked(decompressor, context.m_file_path, context.m_decompress_target)) return -1;
     // Clear the terminal line before the word of success.
     std::fputs("\x1b[2K\r    \r", stderr);
     std::fputs("Success\n", stderr);
@@ -68,7 +75,7 @@ int decompress_batch(kito_user_context& context)
         std::string path = expand_path_variables(name, true);
         container_decompressor decompressor;
         if (!unpack_file(path, decompressor)) continue;
-        if (decompressor.write_output_file(context.m_decompress_target + "/" + file_name_of(path))) status = 0;
+        if (write_unpacked(decompressor, path, context.m_decompress_target + "/" + file_name_of(path))) status = 0;
     }
     return status;
 }

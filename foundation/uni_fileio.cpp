@@ -50,7 +50,10 @@ bool fileio::open_narrow(std::string path, bool write, bool truncate)
     int flags = write ? (truncate ? O_RDWR | O_CREAT | O_TRUNC : O_RDWR) : O_RDONLY;
     // Non-blocking, so that opening a FIFO named in a file list cannot hang the run.
     flags |= O_NONBLOCK;
-    int descriptor = ::open(path.c_str(), flags, write ? 0606 : 0404);
+    // Reading evidence must not change its access time where the system lets
+    // us keep it (the owner, or root); elsewhere the plain open is used.
+    int descriptor = write ? -1 : ::open(path.c_str(), flags | O_NOATIME);
+    if (descriptor < 0) descriptor = ::open(path.c_str(), flags, write ? 0606 : 0404);
     if (descriptor < 0) return false;
 
     struct stat info {};
@@ -154,6 +157,8 @@ bool fileio::append_stream(std::ostringstream const& stream)
     if (text.size() > UINT32_MAX) return false;
     return append(reinterpret_cast<std::uint8_t const*>(text.data()), static_cast<std::uint32_t>(text.size()));
 }
+
+bool fileio::finish_output() { return m_stream == nullptr || m_stream->finish(); }
 
 std::ostream* fileio::output_stream()
 {
@@ -319,6 +324,13 @@ bool make_directory(std::string const& path)
     if (path.empty()) return false;
     ::umask(0);
     return ::mkdir(path.c_str(), 0777) == 0 || errno == EEXIST;
+}
+
+bool same_file(std::string const& first, std::string const& second)
+{
+    struct stat a {}, b {};
+    return !first.empty() && !second.empty() && ::stat(first.c_str(), &a) == 0 && ::stat(second.c_str(), &b) == 0
+           && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 bool file_stat(std::wstring const& path, std::uint64_t& size, std::uint32_t& mode, std::uint64_t& changed,

@@ -31,6 +31,8 @@ public:
     bool append_stream(std::ostringstream const& stream);
     // A stream over the file with a put area of 0x40000 bytes; null when closed.
     std::ostream* output_stream();
+    // Sends what the output stream still holds; false when any write of it failed.
+    bool finish_output();
     void close();
     // Turns the object into an in-memory buffer: reads and writes go to memory.
     void use_memory();
@@ -66,6 +68,12 @@ public:
 
     explicit streambuf_generic_output(std::size_t area_size);
     bool ok() const { return m_ok; }
+    // Sends the put area now; false when this or any earlier write failed.
+    bool finish()
+    {
+        flush_put_area();
+        return m_ok;
+    }
 
 protected:
     int sync() override;
@@ -113,6 +121,7 @@ class fileio_output : public std::ostream {
 public:
     fileio_output(fileio& file, std::size_t area_size, bool file_open);
     ~fileio_output() override;
+    bool finish() { return m_buffer.finish(); }
 
 private:
     fileio_ostream m_buffer;
@@ -153,6 +162,8 @@ std::ostream& null_out_stream();
 bool read_file_prefix(std::string const& path, std::uint32_t limit, std::vector<std::uint8_t>& out);
 bool read_whole_file(std::vector<std::uint8_t>& out, std::string const& path, std::uint32_t count);
 bool make_directory(std::string const& path);
+// True when both paths name one existing file (the same device and inode, links followed).
+bool same_file(std::string const& first, std::string const& second);
 // Size, mode, and the raw unix seconds of st_ctime, st_mtime, st_atime.
 bool file_stat(std::wstring const& path, std::uint64_t& size, std::uint32_t& mode, std::uint64_t& changed,
                std::uint64_t& modified, std::uint64_t& accessed);
