@@ -37,9 +37,9 @@ pf_image build_prefetch(pf_fields const& f)
     if (f.version == 17 || f.version == 23) {
         put_le(b, f.version == 17 ? 120 : 128, f.last_run, 8);
         put_le(b, f.version == 17 ? 144 : 152, f.run_count, 4);
-    } else { // Windows 8 and 10; unknown versions get the same bytes, which a reader must leave alone
+    } else { // Windows 8, 10 and 11; unknown versions get the same bytes, which a reader must leave alone
         for (std::size_t i = 0; i < 8; ++i) put_le(b, 128 + 8 * i, f.run_slots[i], 8);
-        put_le(b, f.version == 30 && metrics_offset == 296 ? 200 : 208, f.run_count, 4);
+        put_le(b, (f.version == 30 || f.version == 31) && metrics_offset == 296 ? 200 : 208, f.run_count, 4);
     }
     // The metrics array, one zeroed entry per string, is only skipped by readers.
     b.resize(std::max<std::size_t>(metrics_offset, 228) + f.file_strings.size() * (f.version == 17 ? 20 : 32), 0);
@@ -48,7 +48,7 @@ pf_image build_prefetch(pf_fields const& f)
     align8(b);
     b.resize(b.size() + f.volumes_shift, 0);
     std::uint32_t const base = image.volumes_offset = image.size();
-    image.record_size = f.version == 23 || f.version == 26 ? 104 : f.version == 30 ? 96 : 40;
+    image.record_size = f.version == 23 || f.version == 26 ? 104 : f.version == 30 || f.version == 31 ? 96 : 40;
     b.resize(b.size() + f.volumes.size() * image.record_size, 0);
     for (std::size_t i = 0; i < f.volumes.size(); ++i) {
         auto const& v = f.volumes[i];

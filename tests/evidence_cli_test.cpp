@@ -1,0 +1,135 @@
+// The built kito where an examiner's run can go wrong without a word: a
+// report that cannot be written, an option that names the evidence itself,
+// and containers that declare more output than any Prefetch file has.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "support/container_encoder.h"
+#include "support/prefetch_builder.h"
+#include "support/run_process.h"
+
+namespace {
+
+std::string text_of(byte_vec const& bytes) { return {bytes.begin(), bytes.end()}; }
+
+// A Windows 11 file and the same file as a MAM container, side by side.
+class evidence : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (env_or_empty("KITO_BINARY").empty()) GTEST_SKIP() << "KITO_BINARY not set";
+        write_file(plain, text_of(build_prefetch(typical_prefetch(31)).bytes));
+        write_file(packed, text_of(encode_mam(build_prefetch(typical_prefetch(31)).bytes)));
+    }
+    // Runs kito with standard output sent to `stdout_path`.
+    static process_result run_to(std::string const& stdout_path, std::vector<std::string> args)
+    {
+        args.insert(args.begin(), {"-c", "exec \"$@\" > " + stdout_path, "sh", env_or_empty("KITO_BINARY")});
+        return run_process("/bin/sh", args, "", {"TZ=UTC"});
+    }
+    static std::size_t count_of(std::string const& text, std::string const& part)
+    {
+        std::size_t n = 0;
+        for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+        return n;
+    }
+    std::string dir = make_temp_dir("evidence"), plain = dir + "/NOTEPAD.EXE-D8414F97.pf", packed = dir + "/packed.pf";
+};
+
+TEST_F(evidence, a_report_that_cannot_be_written_fails_the_run_once)
+{
+    struct row {
+        std::string stdout_path;
+        std::vector<std::string> args;
+        std::string message;
+    } const rows[] = {
+        {"/dev/null", {plain, "-out", "/dev/full"}, "prob writing results to /dev/full\n"},
+        {"/dev/full", {plain}, "prob writing results to standard output\n"},
+        {"/dev/full", {plain, "-csv"}, "prob writing results to standard output\n"},
+        {"/dev/full", {"-pipe", "-bodyfile"}, "prob writing results to standard output\n"},
+        // The usage screen goes to standard error; the header alone is lost.
+        {"/dev/full", {plain, "extra.pf"}, "prob writing results to standard output\n"},
+    };
+    for (auto const& r : rows) {
+        SCOPED_TRACE(r.args.back());
+        process_result const p = run_to(r.stdout_path, r.args);
+        EXPECT_EQ(p.status, 255);
+        EXPECT_EQ(count_of(p.err, r.message), 1u) << p.err;
+    }
+    // The same runs with somewhere to write succeed and say nothing of it.
+    process_result const fine = run_to("/dev/null", {plain, "-csv"});
+    EXPECT_EQ(fine.status, 0);
+    EXPECT_EQ(fine.err.find("prob writing"), std::string::npos);
+}
+
+TEST_F(evidence, options_never_write_over_a_prefetch_file_or_container)
+{
+    std::string const link = dir + "/link.pf", hard = dir + "/hard.pf";
+    ASSERT_EQ(symlink(packed.c_str(), link.c_str()), 0);
+    ASSERT_EQ(::link(plain.c_str(), hard.c_str()), 0);
+    std::string const refused_out = "prob opening file %s for output, aborting\n";
+    struct row {
+        std::vector<std::string> args;
+        int status;
+        std::string err; // %s stands for the named file
+    } const rows[] = {
+        {{plain, "-out", plain}, 255, refused_out},
+        {{plain, "-outfile", packed}, 255, refused_out},
+        {{plain, "-out", link}, 255, refused_out},
+        {{plain, "-append", "-out", plain}, 255, refused_out},
+        // A log is simply not kept.
+        {{plain, "-diags", packed, "-quiet"}, 0, ""},
+        // Unpacking onto the input itself, by its name or by another link to it, is a failed write.
+        {{packed, "-decompress_to", packed}, 255, ""},
+        {{link, "-decompress_to", packed}, 255, ""},
+        {{"-enumdir", dir + "/", "-decompress_to", dir}, 255, ""},
+    };
+    std::string const plain_bytes = read_file(plain), packed_bytes = read_file(packed);
+    for (auto const& r : rows) {
+        SCOPED_TRACE(r.args[1] + " " + r.args[2]);
+        process_result const p = run_kito(r.args);
+        EXPECT_EQ(p.status, r.status);
+        std::string err = r.err;
+        if (std::size_t const at = err.find("%s"); at != std::string::npos) err.replace(at, 2, r.args.back());
+        EXPECT_EQ(p.err.substr(0, err.size()), err);
+        EXPECT_EQ(read_file(plain), plain_bytes);
+        EXPECT_EQ(read_file(hard), plain_bytes);
+        EXPECT_EQ(read_file(packed), packed_bytes);
+        struct stat facts {};
+        EXPECT_TRUE(lstat(link.c_str(), &facts) == 0 && S_ISLNK(facts.st_mode));
+    }
+    // An ordinary file under a Prefetch-like name is still a results file.
+    process_result const report = run_kito({packed, "-out", dir + "/report.pf"});
+    EXPECT_EQ(report.status, 0);
+    EXPECT_NE(read_file(dir + "/report.pf").find("target file:    NOTEPAD.EXE, run 7 times"), std::string::npos);
+}
+
+TEST_F(evidence, a_container_may_declare_sixteen_mebibytes_and_no_more)
+{
+    constexpr std::uint32_t limit = 0x1000000;
+    for (std::uint32_t const declared : {limit, limit + 1}) {
+        SCOPED_TRACE(declared);
+        byte_vec container = encode_mam(build_prefetch(typical_prefetch(31)).bytes);
+        for (int i = 0; i < 4; ++i) container[4 + i] = static_cast<std::uint8_t>(declared >> (8 * i));
+        write_file(packed, text_of(container));
+        std::string const unpacked = dir + "/unpacked.pf";
+        process_result const unpack = run_kito({packed, "-decompress_to", unpacked, "-quiet"});
+        process_result const report = run_kito({packed, "-csv"});
+        if (declared == limit) {
+            EXPECT_EQ(unpack.status, 0);
+            EXPECT_NE(unpack.err.find("Success\n"), std::string::npos) << unpack.err;
+            EXPECT_EQ(read_file(unpacked).size(), limit);
+            EXPECT_EQ(report.status, 0);
+            EXPECT_NE(report.out.find("NOTEPAD.EXE"), std::string::npos);
+        } else {
+            EXPECT_EQ(unpack.status, 255);
+            EXPECT_EQ(unpack.err.rfind("Prob decoding file " + packed + " \n", 0), 0u) << unpack.err;
+            EXPECT_EQ(report.status, 255);
+            EXPECT_EQ(report.out.find("NOTEPAD.EXE"), std::string::npos);
+        }
+        unlink(unpacked.c_str());
+    }
+}
+
+} // namespace

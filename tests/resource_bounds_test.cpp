@@ -1,0 +1,111 @@
+// The worst inputs we know how to build, run through the built kito: whatever
+// a file of at most 16 MiB holds, one run of it stays under 1 GB of memory.
+// (How long it takes belongs in bench/, not here.)
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "support/container_encoder.h"
+#include "support/prefetch_builder.h"
+#include "support/run_process.h"
+
+namespace {
+
+constexpr std::uint32_t input_limit = 0x1000000;
+constexpr long memory_bound_kb = 1000L * 1000;
+
+std::string text_of(byte_vec const& bytes) { return {bytes.begin(), bytes.end()}; }
+
+// A header whose strings section runs to the end of 16 MiB of zero units:
+// eight million empty file names, each one a line of every report.
+byte_vec zero_units()
+{
+    pf_fields fields = typical_prefetch(31);
+    fields.file_strings.clear();
+    fields.volumes.clear();
+    pf_image image = build_prefetch(fields);
+    image.bytes.resize(input_limit, 0);
+    image.put_u32(88, 0);           // no count: the strings run to the end
+    image.put_u32(108, input_limit); // volumes section empty, at the very end
+    return image.bytes;
+}
+
+// 100,000 volume records that all point at one path and one list of
+// directories filling the rest of the file.
+byte_vec shared_directories()
+{
+    constexpr std::uint32_t records = 100000, record_size = 40, volumes = 232;
+    pf_fields fields = typical_prefetch(17);
+    fields.file_strings.clear();
+    fields.volumes.clear();
+    pf_image image = build_prefetch(fields);
+    image.bytes.resize(input_limit, 0);
+    std::uint32_t const path = volumes + records * record_size;
+    image.put_u32(100, input_limit - 2);
+    image.put_u32(108, volumes);
+    for (std::uint32_t r = 0; r < records; ++r) {
+        image.put_u32(volumes + r * record_size, path - volumes);
+        image.put_u32(volumes + r * record_size + 32, 0xFFFFFFFF); // directory count
+    }
+    image.put_u16(path, 'C');
+    for (std::uint32_t at = path + 8; at + 6 <= input_limit; at += 6) image.put_u16(at, 1), image.put_u16(at + 2, 'D');
+    return image.bytes;
+}
+
+std::size_t count_of(std::string const& text, std::string const& part)
+{
+    std::size_t n = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+    return n;
+}
+
+TEST(resource_bounds, worst_inputs_stay_under_one_gigabyte)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the memory bound is for the product build, not for one under AddressSanitizer";
+#endif
+    if (env_or_empty("KITO_BINARY").empty()) GTEST_SKIP() << "KITO_BINARY not set";
+    std::string const dir = make_temp_dir("bounds"), results = dir + "/results.txt";
+    byte_vec const zeros = zero_units();
+    byte_vec packed = encode_mam(zeros); // some 66 KB that unpack to all of it
+    ASSERT_LT(packed.size(), 128u * 1024);
+    byte_vec huge_claim(packed.begin(), packed.begin() + 300);
+    huge_claim[7] = 0x40; // declares 1 GiB
+    struct row {
+        char const* name;
+        byte_vec bytes;
+        std::vector<std::string> options;
+        int status;
+    } const rows[] = {
+        {"zeros.pf", zeros, {}, 0},
+        {"zeros.pf", zeros, {"-csv", "-verbose"}, 0},
+        {"packed.pf", packed, {"-csvl2t"}, 0},
+        {"dirs.pf", shared_directories(), {}, 0},
+        {"claim.pf", huge_claim, {}, 255},
+    };
+    for (auto const& r : rows) {
+        SCOPED_TRACE(r.name);
+        std::string const path = dir + "/" + r.name;
+        write_file(path, text_of(r.bytes));
+        std::vector<std::string> args{path, "-quiet", "-out", results};
+        args.insert(args.end(), r.options.begin(), r.options.end());
+        EXPECT_EQ(run_kito(args).status, r.status);
+        if (r.name == std::string("dirs.pf")) {
+            // Every directory line costs at least six bytes of the file, however
+            // many volumes point at it.
+            std::string const report = read_file(results);
+            EXPECT_GT(count_of(report, "vol path:"), 0u);
+            EXPECT_LE(count_of(report, " : D\n"), input_limit / 6);
+        }
+        unlink(path.c_str());
+    }
+    unlink(results.c_str());
+    rmdir(dir.c_str());
+    // The largest child this test has waited for.
+    rusage usage{};
+    ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &usage), 0);
+    RecordProperty("peak_rss_kb", std::to_string(usage.ru_maxrss));
+    EXPECT_LT(usage.ru_maxrss, memory_bound_kb);
+}
+
+} // namespace
