@@ -1,5 +1,5 @@
 #pragma once
-// Windows 10 keeps Prefetch files in compressed containers: "MAM" and "MEM0"
+// Windows 10 and 11 keep Prefetch files in compressed containers: "MAM" and "MEM0"
 // hold LZ77+Huffman blocks, 0x81 0x81 "xpress" a Plain LZ77 stream.
 #include <cstdint>
 #include <string>

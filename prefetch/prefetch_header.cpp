@@ -17,7 +17,7 @@ constexpr std::array<prefetch_layout, 9> known_layouts{{
     {26, true, 0, "Win8 Prefetch", 104, last_run_rule::newest_slot, 208, 0, true},
     {30, false, 304, "Win10 Prefetch", 96, last_run_rule::newest_slot, 208, 0, true},
     {30, false, 296, "Win10 Prefetch", 96, last_run_rule::newest_slot, 200, 0, true},
-    // A Windows 10 file with a metrics offset of neither sublayout: no run
+    // A Windows 10 or 11 file with a metrics offset of neither sublayout: no run
     // count is trusted, but the run-time slots are still harvested.
     {30, true, 0, "Win10 Prefetch", 96, last_run_rule::none, 0, 0, true},
     // Windows 11 writes version 31 in the layout of version 30.

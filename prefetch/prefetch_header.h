@@ -31,7 +31,8 @@ enum class last_run_rule {
 };
 
 // One row per known layout. Versions 30 and 31 have three rows each, told apart by the
-// metrics offset: Windows 10 moved the run count between two sublayouts.
+// metrics offset: Windows 10 moved the run count between two sublayouts, and
+// Windows 11 kept both.
 struct prefetch_layout {
     std::uint32_t version;
     bool any_metrics_offset;     // the row ignores metrics_offset

@@ -78,19 +78,20 @@ int main(int argc, char** argv)
         {"CALC.EXE-77FDF17F.pf", 26, 304, u"CALC.EXE", u"\\DEVICE\\HARDDISKVOLUME2", 130300000000000000ULL},
         {"MSPAINT.EXE-8F2A1C3D.pf", 30, 304, u"MSPAINT.EXE", volume_guid, 131300000000000000ULL},
         {"WORDPAD.EXE-2B4E7D19.pf", 30, 296, u"WORDPAD.EXE", volume_guid, 131900000000000000ULL},
+        {"SNIPPINGTOOL.EXE-4E1A2B3C.pf", 31, 296, u"SNIPPINGTOOL.EXE", volume_guid, 133400000000000000ULL},
     };
     bool ok = true;
     for (auto const& s : samples) {
         pf_image image = build_prefetch(fields_of(s));
-        // Windows 10 writes its Prefetch files as "MAM" containers.
-        ok = write_bytes(dir + s.file_name, s.version == 30 ? encode_mam(image.bytes) : image.bytes) && ok;
+        // Windows 10 and 11 write their Prefetch files as "MAM" containers.
+        ok = write_bytes(dir + s.file_name, s.version >= 30 ? encode_mam(image.bytes) : image.bytes) && ok;
         if (!seeds) continue;
         std::string const base = dir + "seed-" + s.file_name;
         pf_image cut = image;
         cut.bytes.resize(cut.size() - 37);
         ok = write_bytes(base + ".cut", cut.bytes) && ok;
         pf_image unknown = image;
-        unknown.put_u32(0, 31);
+        unknown.put_u32(0, 32);
         unknown.put_u32(84, 300);
         ok = write_bytes(base + ".unknown", unknown.bytes) && ok;
         pf_image counts = image;
