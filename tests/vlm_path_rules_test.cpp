@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 
-#include "driver/cmd_params.h"
 #include "foundation/vlm_path_rules.h"
 #include "foundation/vlm_string.h"
+#include "foundation/vlm_time.h"
 #include "support/run_process.h"
 
 namespace {
@@ -67,7 +67,7 @@ TEST(parse_filter, tokens_and_star_flags) {
 }
 
 TEST(matches_filter, names_folders_and_signatures) {
-    cmd_params options(0);
+    time_range const open_range;
     struct { std::string filter, path; bool expected; } const rows[] = {
         {"*", "/any/thing", true}, {"*.pf", "X.PF", true}, {"*.pf", "/p/x.pfx", false}, {"*.pf", "/p/a.pf.pf", false},
         {"*partial*", "/p/MyPARTIALfile", true}, {"*partial*", "/p/part", false}, {"abc*", "/p/ABCdef.pf", true},
@@ -78,20 +78,22 @@ TEST(matches_filter, names_folders_and_signatures) {
         {"/windows/prefetch", "/mnt/windows/prefetch2/a.pf", false}, {"/windows/prefetch|*.pf", "/o/a.pf", true},
     };
     for (auto const& r : rows)
-        EXPECT_EQ(matches_filter(options, r.path, filter_of(r.filter), nullptr, false), r.expected) << r.path;
-    std::string const dir = make_temp_dir("path_rules_sig"), file = dir + "/a.bin";
+        EXPECT_EQ(matches_filter(open_range, r.path, filter_of(r.filter), nullptr, false), r.expected) << r.path;
+    temp_folder const dir("path_rules_sig");
+    std::string const file = dir / "a.bin";
     write_file(file, "xxMAMyMAM");
     filter_entry entry;
     entry.signature = {'M', 'A', 'M'};
     for (auto [path, offset, expected] : {std::tuple{file, 2ULL, true}, {file, 3ULL, false}, {file, 6ULL, true},
-                                          {file, 7ULL, false}, {file, ~0ULL, false}, {dir + "/none", 2ULL, false}}) {
+                                          {file, 7ULL, false}, {file, ~0ULL, false}, {dir / "none", 2ULL, false}}) {
         entry.signature_offset = offset;
-        EXPECT_EQ(matches_filter(options, path, {entry}, nullptr, false), expected) << path << " @" << offset;
+        EXPECT_EQ(matches_filter(open_range, path, {entry}, nullptr, false), expected) << path << " @" << offset;
     }
 }
 
 TEST(matches_filter, time_range_uses_only_valid_bounds) {
-    std::string const file = make_temp_dir("path_rules_time") + "/t.pf";
+    temp_folder const dir("path_rules_time");
+    std::string const file = dir / "t.pf";
     write_file(file, "x");
     timeval const stamps[2] = {{1600000000, 0}, {1600000000, 0}};
     ASSERT_EQ(utimes(file.c_str(), stamps), 0);
@@ -101,14 +103,20 @@ TEST(matches_filter, time_range_uses_only_valid_bounds) {
                                          {{1, 1600000001}, {0, 0}, false}, {{0, 0}, {1, 1600000000}, true},
                                          {{0, 0}, {1, 1599999999}, false}, {{0, 1700000000}, {1, 1600000000}, true},
                                          {{1, 1500000000}, {0, 1}, true}}) {
-        cmd_params options(0);
-        options.m_start_bound = {start.first, 0, start.second};
-        options.m_stop_bound = {stop.first, 0, stop.second};
+        time_range const range{{start.first, 0, start.second}, {stop.first, 0, stop.second}};
         file_info info;
-        EXPECT_EQ(matches_filter(options, file, filter_of("*"), &info, false), expected) << start.second;
+        EXPECT_EQ(matches_filter(range, file, filter_of("*"), &info, false), expected) << start.second;
         EXPECT_EQ(info.modified, 1600000000u);
-        EXPECT_TRUE(matches_filter(options, file, {}, &info, false)); // an empty filter passes before the range
-        EXPECT_FALSE(matches_filter(options, file + ".missing", filter_of("*"), &(info = {}), false)); // no stat
+        EXPECT_TRUE(matches_filter(range, file, {}, &info, false)); // an empty filter passes before the range
+        EXPECT_FALSE(matches_filter(range, file + ".missing", filter_of("*"), &(info = {}), false)); // no stat
+    }
+    // A filled record is not asked again: its kind picks the form of the bounds, and a wide unix time fails.
+    time_range const start_only{{true, 4000, 6000}, {}};
+    for (auto [kind, expected] : {std::pair{std::uint32_t{vlm::filetime}, true}, {vlm::unix_time, false}, {16, false}}) {
+        file_info info;
+        info.modified = 5000;
+        info.time_kind = kind;
+        EXPECT_EQ(matches_filter(start_only, file + ".missing", filter_of("*"), &info, false), expected) << kind;
     }
 }
 
