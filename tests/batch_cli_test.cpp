@@ -89,6 +89,22 @@ TEST_F(batch_cli_test, names_are_filtered_raw_pipe_wins_and_a_fifo_does_not_bloc
     EXPECT_TRUE(f.status == 0 && f.out.find("BRAVO.EXE") != std::string::npos) << f.err;
 }
 
+// The range looks at the modified time on disk, and only where a filter is given: the files were written just now.
+TEST_F(batch_cli_test, time_range_needs_a_filter_and_reads_the_modified_time)
+{
+    struct row { arg_words words; std::size_t reports; } const rows[] = {
+        {{"-pipe", "-cmd_start_time", "2090-01-01"}, 2}, {{"-pipe", "-filter", "*.pf", "-cmd_start_time", "2000-01-01"}, 2},
+        {{"-pipe", "-filter", "*.pf", "-cmd_start_time", "2090-01-01"}, 0},
+        {{"-pipe", "-filter", "*.pf", "-cmd_stop_time", "2000-01-01"}, 0},
+        {{"-enumdir", dir, "-filter", "*.pf", "-cmd_stop_time", "2090-01-01"}, 2},
+        {{"-enumdir", dir, "-filter", "*.pf", "-cmd_start_time", "2090-01-01"}, 0},
+    };
+    for (row const& r : rows) {
+        process_result const p = run_kito(r.words, a + "\n" + b + "\n");
+        EXPECT_EQ(count_of(p.out, "Analyzing file: "), r.reports) << testing::PrintToString(r.words);
+    }
+}
+
 TEST_F(batch_cli_test, walk_order_and_depth)
 {
     // Depth 1 reads the root and sub, not sub/deep: the root's files in reverse listing order, then sub's.
