@@ -118,7 +118,7 @@ TEST_F(batch_cli_test, walk_order_and_depth)
     EXPECT_EQ(count_of(p.out, separator), 4u);
     std::vector<vlmportdir::dir_entry> listing;
     std::vector<std::size_t> at;
-    vlmportdir::list_directory(root + "/", listing, 0, false, true);
+    vlmportdir::list_directory(root + "/", listing, 0, /*dirs_only=*/false, /*use_slash=*/true);
     for (auto it = listing.rbegin(); it != listing.rend(); ++it)
         if (!it->is_dir) at.push_back(p.out.find("Analyzing file: " + it->path + "\n"));
     at.push_back(p.out.find("Analyzing file: " + root + "/sub/s1.pf\n"));
