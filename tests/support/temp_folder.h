@@ -1,6 +1,7 @@
 #pragma once
-// A fresh folder under $TMPDIR (or /tmp when it is unset), removed with all
-// it holds when the object goes: no test leaves files behind, however it ends.
+// A fresh folder under $TMPDIR (or /tmp), removed with all it holds when the
+// object goes: no test leaves files behind, however it ends. A process that
+// cannot make one stops at once.
 #include <string>
 
 class temp_folder {
@@ -10,7 +11,7 @@ public:
     temp_folder(temp_folder const&) = delete;
     temp_folder& operator=(temp_folder const&) = delete;
 
-    // The folder; empty if it could not be made.
+    // The folder, without a separator at its end.
     std::string const& path() const { return m_path; }
     // A name inside the folder.
     std::string operator/(std::string const& name) const { return m_path + "/" + name; }
