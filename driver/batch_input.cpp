@@ -164,7 +164,8 @@ bool process_batch(kito_user_context& context, std::ostream& out)
 
 bool process_volume_scan(kito_user_context& context, std::ostream& out)
 {
-    std::string folder = shadow_copy_prefix(/*lower=*/false, /*with_root=*/true) + context.m_volume_root + "\\Windows\\Prefetch";
+    std::string folder =
+        shadow_copy_prefix(/*lower=*/false, /*with_root=*/true) + context.m_volume_root + "\\Windows\\Prefetch";
     std::vector<std::string> paths;
     vlmportdir::list_paths(folder.c_str(), "*.pf", paths);
     if (paths.empty()) return false;

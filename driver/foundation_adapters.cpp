@@ -1,5 +1,7 @@
 #include "driver/foundation_adapters.h"
 
+#include <utility>
+
 #include "driver/cmd_params.h"
 
 namespace {

@@ -93,7 +93,8 @@ TEST_F(batch_cli_test, names_are_filtered_raw_pipe_wins_and_a_fifo_does_not_bloc
 TEST_F(batch_cli_test, time_range_needs_a_filter_and_reads_the_modified_time)
 {
     struct row { arg_words words; std::size_t reports; } const rows[] = {
-        {{"-pipe", "-cmd_start_time", "2090-01-01"}, 2}, {{"-pipe", "-filter", "*.pf", "-cmd_start_time", "2000-01-01"}, 2},
+        {{"-pipe", "-cmd_start_time", "2090-01-01"}, 2},
+        {{"-pipe", "-filter", "*.pf", "-cmd_start_time", "2000-01-01"}, 2},
         {{"-pipe", "-filter", "*.pf", "-cmd_start_time", "2090-01-01"}, 0},
         {{"-pipe", "-filter", "*.pf", "-cmd_stop_time", "2000-01-01"}, 0},
         {{"-enumdir", dir, "-filter", "*.pf", "-cmd_stop_time", "2090-01-01"}, 2},
