@@ -3,7 +3,6 @@
 // consume them. Names match whole, in any ASCII letter case; a prefix never
 // matches and nothing splits "name=value".
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -22,6 +21,3 @@ bool take_flag(std::string const& name, arg_list& list, bool keep = false);
 bool take_value(std::string const& name, std::string& value, arg_list& list);
 void remove_at(std::size_t index, arg_list& list);
 
-// Number texts of the options. Both report failure by their result and leave 0.
-bool parse_u32_text(std::string const& text, std::uint32_t& value);
-bool parse_u64_text(std::string const& text, std::uint64_t& value);

@@ -1,6 +1,7 @@
 #include "driver/batch_input.h"
 
 #include "driver/cmd_params.h"
+#include "driver/foundation_adapters.h"
 #include "driver/kito_user_context.h"
 #include "foundation/vlm_portable_dir.h"
 #include "foundation/vlm_string.h"
@@ -8,7 +9,7 @@
 
 namespace vlmportdir {
 
-stdin_stream_ex::stdin_stream_ex(cmd_params* context) : uni::stdin_stream(false)
+stdin_stream_ex::stdin_stream_ex(cmd_params* context) : uni::stdin_stream(/*keep_raw=*/false)
 {
     reset();
     m_context = context;
@@ -98,14 +99,9 @@ void stdin_stream_ex::read_folder(std::wstring folder, std::uint32_t depth)
 // The batch loop tests every name again, with them.
 bool stdin_stream_ex::walk_accepts(std::wstring const& path) const
 {
-    if (m_context != nullptr) {
-        file_info info;
-        return matches_filter(*m_context, path, m_filters, &info, false);
-    }
-    if (path.empty()) return false;
-    if (m_filters.empty()) return true;
-    static cmd_params const walk_options(0);
-    return matches_filter(walk_options, path, m_filters, nullptr, false);
+    if (m_context == nullptr) return matches_filter(time_range{}, path, m_filters, nullptr, /*stream_mode=*/false);
+    file_info info;
+    return matches_filter(*m_context, path, m_filters, &info, /*stream_mode=*/false);
 }
 
 } // namespace vlmportdir
@@ -133,7 +129,7 @@ bool separator_used(cmd_params const& options)
 bool process_named_file(kito_user_context& context, std::ostream& out, std::string const& name, bool separator)
 {
     reset_decoded_entry(context);
-    context.m_file_path = expand_path_variables(name, true);
+    context.m_file_path = expand_path_variables(name, /*allow_shadow_copy=*/true);
     std::string folder;
     if (!split_path(context.m_file_path, folder, context.m_file_base_name))
         context.m_file_base_name = context.m_file_path;
@@ -156,11 +152,11 @@ bool process_batch(kito_user_context& context, std::ostream& out)
     bool outcome = false;
     file_info info;
     std::string name;
-    while (source.next_file(name, true)) {
+    while (source.next_file(name, /*trim=*/true)) {
         if (name.empty()) continue;
         // The filter sees the name as it came, before %NAME% is expanded.
         info = file_info{};
-        if (!matches_filter(context, name, context.m_filter_list, &info, false)) continue;
+        if (!matches_filter(context, name, context.m_filter_list, &info, /*stream_mode=*/false)) continue;
         outcome = process_named_file(context, out, name, separator);
     }
     return outcome;
@@ -168,7 +164,8 @@ bool process_batch(kito_user_context& context, std::ostream& out)
 
 bool process_volume_scan(kito_user_context& context, std::ostream& out)
 {
-    std::string folder = shadow_copy_prefix(false, true) + context.m_volume_root + "\\Windows\\Prefetch";
+    std::string folder =
+        shadow_copy_prefix(/*lower=*/false, /*with_root=*/true) + context.m_volume_root + "\\Windows\\Prefetch";
     std::vector<std::string> paths;
     vlmportdir::list_paths(folder.c_str(), "*.pf", paths);
     if (paths.empty()) return false;

@@ -13,13 +13,6 @@
 #include "foundation/vlm_path_rules.h"
 #include "foundation/vlm_time_text.h"
 
-// One end of the batch time range (-cmd_start_time, -cmd_stop_time).
-struct time_bound {
-    bool valid = false;
-    std::uint64_t filetime = 0;
-    std::uint32_t unix_seconds = 0;
-};
-
 class cmd_params {
 public:
     explicit cmd_params(std::uint64_t run_started);

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "driver/arg_list.h"
+#include "driver/foundation_adapters.h"
 #include "driver/kito_user_context.h"
 #include "driver/process_files.h"
 #include "driver/run_header.h"

@@ -9,6 +9,7 @@
 
 #include "driver/cmd_params.h"
 #include "driver/kito_user_context.h"
+#include "foundation/number_text.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_path_rules.h"
 #include "foundation/vlm_string.h"

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "driver/batch_input.h"
+#include "driver/foundation_adapters.h"
 #include "driver/kito_user_context.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_path_rules.h"

@@ -6,7 +6,6 @@
 #include <fstream>
 #include <sstream>
 
-#include "driver/cmd_params.h"
 #include "foundation/vlm_time.h"
 
 namespace {
@@ -55,16 +54,15 @@ double ntp_difference(std::uint64_t a, std::uint64_t b)
     return x > y ? x - y : y - x;
 }
 
-void start_run_statistics(run_statistics& stats, cmd_params const& options, run_hook hook)
+void start_run_statistics(run_statistics& stats, run_end_options const& options, run_hook hook)
 {
-    stats.m_wipe_progress = options.m_show_progress;
-    if (options.m_diag_enabled && options.m_diag_stream && options.m_diag_stream->good())
-        stats.m_log_path = options.m_diag_path;
-    stats.m_report_to_stderr = options.m_profile;
+    stats.m_wipe_progress = options.show_progress;
+    stats.m_log_path = options.log_path;
+    stats.m_report_to_stderr = options.profile;
     if (stats.m_report_to_stderr || !stats.m_log_path.empty()) stats.m_start_stamp = ntp_now();
-    if (hook && !options.m_signal_text.empty()) {
+    if (hook && !options.signal_text.empty()) {
         stats.m_hook = std::move(hook);
-        stats.m_hook_argument = options.m_signal_text;
+        stats.m_hook_argument = options.signal_text;
     }
 }
 

@@ -6,7 +6,13 @@
 #include <functional>
 #include <string>
 
-class cmd_params;
+// What the end of the run needs to know of the options.
+struct run_end_options {
+    bool show_progress = false; // progress output is on (no -quiet)
+    bool profile = false;       // -profile: the time taken goes to standard error
+    std::string log_path;       // an open -diags log, which gets the time taken; empty for none
+    std::string signal_text;    // -signal: the hook's argument
+};
 
 using run_hook = std::function<int(std::string const*)>;
 
@@ -26,9 +32,10 @@ public:
     run_hook m_hook;
 };
 
-// Reads the options once, after the option pass and before the results file
-// is opened. The hook is kept only when -signal gave it an argument.
-void start_run_statistics(run_statistics& stats, cmd_params const& options, run_hook hook = {});
+// Takes what it needs of the options once, after the option pass and before
+// the results file is opened; the clock is read only when the time taken is
+// to be told. The hook is kept only when -signal gave it an argument.
+void start_run_statistics(run_statistics& stats, run_end_options const& options, run_hook hook = {});
 
 // NTP form: big-endian seconds since 1900 in the low four bytes, big-endian
 // fraction of 2^32 in the high four.

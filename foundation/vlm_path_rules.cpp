@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 
-#include "driver/cmd_params.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_string.h"
 #include "foundation/vlm_time.h"
@@ -61,8 +60,8 @@ void remove_stars(std::wstring& core, bool& front, bool& back) {
 std::vector<std::wstring> filter_tokens(std::wstring const& text) {
     std::vector<std::wstring> tokens;
     // A "," anywhere makes "|" plain: the "," split replaces the "|" split.
-    if (text.find(L'|') != std::wstring::npos) split_wide(text, L'|', tokens, true, false);
-    if (text.find(L',') != std::wstring::npos) split_wide(text, L',', tokens, true, false);
+    if (text.find(L'|') != std::wstring::npos) split_wide(text, L'|', tokens, /*trim=*/true, /*keep_empty=*/false);
+    if (text.find(L',') != std::wstring::npos) split_wide(text, L',', tokens, /*trim=*/true, /*keep_empty=*/false);
     if (tokens.empty()) tokens.push_back(text);
     return tokens;
 }
@@ -85,9 +84,9 @@ void parse_stream_part(std::vector<filter_entry>& out, filter_entry& entry) {
 
 // The time range against the file's modified time on disk. Only a bound
 // whose `valid` flag is set limits anything.
-bool within_time_range(cmd_params const& options, std::wstring const& path, file_info& info) {
-    time_bound const& start = options.m_start_bound;
-    time_bound const& stop = options.m_stop_bound;
+bool within_time_range(time_range const& range, std::wstring const& path, file_info& info) {
+    time_bound const& start = range.start;
+    time_bound const& stop = range.stop;
     if (!start.valid && !stop.valid) return true;
     if (info.modified == 0) {
         struct stat st {};
@@ -124,7 +123,7 @@ bool path_entry_matches(filter_entry const& entry, std::wstring& dir) {
     wchar_t const slash = entry.core.front();
     wchar_t const other = slash == L'/' ? L'\\' : L'/';
     if (p == std::wstring::npos && dir.find(other) != std::wstring::npos) {
-        replace_char(dir, other, slash, false);
+        replace_char(dir, other, slash, /*both_cases=*/false);
         p = dir.find(entry.core);
     }
     if (p == std::wstring::npos) return false;
@@ -134,7 +133,7 @@ bool path_entry_matches(filter_entry const& entry, std::wstring& dir) {
 
 bool signature_matches(filter_entry const& entry, std::wstring const& path) {
     uni::fileio file;
-    if (!file.open(path, false, false)) return false;
+    if (!file.open(path, /*write=*/false, /*truncate=*/false)) return false;
     std::uint64_t const length = entry.signature.size();
     if (file.size() < length || file.size() - length < entry.signature_offset) return false;
     std::vector<std::uint8_t> bytes;
@@ -200,7 +199,7 @@ std::string expand_path_variables(std::string const& path, bool allow_shadow_cop
             continue;
         }
         if (allow_shadow_copy && to_lower_narrow(name) == "vss")
-            out.replace(open, close - open + 1, shadow_copy_prefix(false, true));
+            out.replace(open, close - open + 1, shadow_copy_prefix(/*lower=*/false, /*with_root=*/true));
         scan = close + 1;
     }
     return out;
@@ -263,10 +262,10 @@ bool parse_filter(std::vector<filter_entry>& out, std::string& text) {
     return !out.empty();
 }
 
-bool matches_filter(cmd_params const& options, std::wstring const& path, std::vector<filter_entry> const& filter,
+bool matches_filter(time_range const& range, std::wstring const& path, std::vector<filter_entry> const& filter,
                     file_info* info, bool /*stream_mode*/) {
     if (path.empty()) return false;
-    if (info && !within_time_range(options, path, *info)) return false;
+    if (info && !within_time_range(range, path, *info)) return false;
     if (filter.empty() || (filter.size() == 1 && filter[0].match_all)) return true;
     std::wstring dir;
     std::wstring name;
@@ -284,11 +283,11 @@ bool matches_filter(cmd_params const& options, std::wstring const& path, std::ve
     return false;
 }
 
-bool matches_filter(cmd_params const& options, std::string const& path, std::vector<filter_entry> const& filter,
+bool matches_filter(time_range const& range, std::string const& path, std::vector<filter_entry> const& filter,
                     file_info* info, bool stream_mode) {
     if (path.empty()) return false;
     if (filter.empty()) return true;
-    return matches_filter(options, utf8_to_wide(path), filter, info, stream_mode);
+    return matches_filter(range, utf8_to_wide(path), filter, info, stream_mode);
 }
 
 bool join_arguments(std::string& out, std::vector<std::string> const& args, char quote) {

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "driver/arg_list.h"
+#include "foundation/number_text.h"
 
 namespace vlm {
 

@@ -44,7 +44,8 @@ protected:
         write_file(a, prefetch_named(u"ALPHA.EXE"));
         write_file(b, prefetch_named(u"BRAVO.EXE"));
     }
-    std::string kito = env_or_empty("KITO_BINARY"), dir = make_temp_dir("batch"), a = dir + "/a.pf", b = dir + "/b.pf";
+    temp_folder const folder{"batch"};
+    std::string kito = env_or_empty("KITO_BINARY"), dir = folder.path(), a = dir + "/a.pf", b = dir + "/b.pf";
 };
 
 TEST_F(batch_cli_test, pipe_names_separators_and_status)
@@ -75,7 +76,8 @@ TEST_F(batch_cli_test, names_are_filtered_raw_pipe_wins_and_a_fifo_does_not_bloc
     process_result const raw = run_process(kito, {"-pipe", "-filter", "%kito_pf%"}, "%KITO_PF%\n", env);
     EXPECT_TRUE(raw.status == 0 && raw.out.find("Analyzing file: " + a + "\n") != std::string::npos) << raw.err << raw.out;
     EXPECT_EQ(run_process(kito, {"-pipe", "-filter", "a.pf"}, "%KITO_PF%\n", env).status, 255);
-    std::string const walked = make_temp_dir("walked"), fifo = dir + "/names.fifo";
+    std::string const walked = dir + "/walked", fifo = dir + "/names.fifo";
+    std::filesystem::create_directory(walked);
     write_file(walked + "/c.pf", prefetch_named(u"CHARLIE.EXE"));
     process_result const p = run_kito({"-pipe", "-enumdir", walked}, a + "\n");
     EXPECT_EQ(p.status, 0) << p.err;
@@ -87,10 +89,25 @@ TEST_F(batch_cli_test, names_are_filtered_raw_pipe_wins_and_a_fifo_does_not_bloc
     EXPECT_TRUE(f.status == 0 && f.out.find("BRAVO.EXE") != std::string::npos) << f.err;
 }
 
+// The range looks at the modified time on disk, and only where a filter is given: the files were written just now.
+TEST_F(batch_cli_test, time_range_needs_a_filter_and_reads_the_modified_time)
+{
+    struct row { arg_words words; std::size_t reports; } const rows[] = {
+        {{"-pipe", "-cmd_start_time", "2090-01-01"}, 2},
+        {{"-pipe", "-filter", "*.pf", "-cmd_start_time", "2000-01-01"}, 2},
+        {{"-pipe", "-filter", "*.pf", "-cmd_start_time", "2090-01-01"}, 0},
+        {{"-pipe", "-filter", "*.pf", "-cmd_stop_time", "2000-01-01"}, 0},
+    };
+    for (row const& r : rows) {
+        process_result const p = run_kito(r.words, a + "\n" + b + "\n");
+        EXPECT_EQ(count_of(p.out, "Analyzing file: "), r.reports) << testing::PrintToString(r.words);
+    }
+}
+
 TEST_F(batch_cli_test, walk_order_and_depth)
 {
     // Depth 1 reads the root and sub, not sub/deep: the root's files in reverse listing order, then sub's.
-    std::string const root = make_temp_dir("tree");
+    std::string const root = dir + "/tree";
     std::filesystem::create_directories(root + "/sub/deep");
     for (auto const& [name, exe] : {std::pair{"/r1.pf", u"ROOTONE.EXE"}, {"/r2.pf", u"ROOTTWO.EXE"},
                                     {"/sub/s1.pf", u"SUBONE.EXE"}, {"/sub/deep/d1.pf", u"DEEPONE.EXE"}})
@@ -100,7 +117,7 @@ TEST_F(batch_cli_test, walk_order_and_depth)
     EXPECT_EQ(count_of(p.out, separator), 4u);
     std::vector<vlmportdir::dir_entry> listing;
     std::vector<std::size_t> at;
-    vlmportdir::list_directory(root + "/", listing, 0, false, true);
+    vlmportdir::list_directory(root + "/", listing, 0, /*dirs_only=*/false, /*use_slash=*/true);
     for (auto it = listing.rbegin(); it != listing.rend(); ++it)
         if (!it->is_dir) at.push_back(p.out.find("Analyzing file: " + it->path + "\n"));
     at.push_back(p.out.find("Analyzing file: " + root + "/sub/s1.pf\n"));
@@ -131,7 +148,8 @@ long peak_rss_kib(std::string const& kito, std::string const& list_path, std::st
 
 TEST_F(batch_cli_test, memory_stays_flat_over_thousands_of_files)
 {
-    std::string const many = make_temp_dir("many"), bytes = prefetch_named(u"MANY.EXE");
+    std::string const many = dir + "/many", bytes = prefetch_named(u"MANY.EXE");
+    std::filesystem::create_directory(many);
     std::string names[2];
     for (int i = 0; i < 3000; ++i) {
         write_file(many + "/f" + std::to_string(i) + ".pf", bytes);

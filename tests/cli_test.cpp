@@ -46,7 +46,8 @@ protected:
         EXPECT_EQ(match.empty() ? "" : match[2].str(), command);
         return end == std::string::npos ? "" : text.substr(end + 3);
     }
-    std::string binary = env_or_empty("KITO_BINARY"), dir = make_temp_dir("cli");
+    temp_folder const folder{"cli"};
+    std::string binary = env_or_empty("KITO_BINARY"), dir = folder.path();
 };
 
 TEST_F(cli, help_in_any_case_and_any_position)

@@ -25,7 +25,8 @@ protected:
     }
     std::vector<std::string> files;
     std::size_t good = 0;
-    std::string const dir = make_temp_dir("consumers");
+    temp_folder const folder{"consumers"};
+    std::string const dir = folder.path();
 };
 
 // kito over the files, written to path without the run header and its blank line.

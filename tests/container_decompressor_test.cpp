@@ -91,7 +91,8 @@ TEST(huffman_round_trip, decodes_what_was_encoded_but_the_last_byte)
 // Short streams whose output shows one rule of the decoder; only a built table lets it be written out.
 TEST(huffman_streams, decode_to_the_stated_bytes)
 {
-    std::string const path = make_temp_dir("containers") + "/out.bin";
+    temp_folder const folder("containers");
+    std::string const path = folder / "out.bin";
     std::vector<std::uint8_t> over(512, 0);
     over['a'] = over['b'] = over['c'] = 1; // 'c' falls behind the cut
     // Block 1 has every byte at 8 bits, so index 32767 belongs to 255. Block 2

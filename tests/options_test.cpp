@@ -7,7 +7,6 @@
 
 namespace {
 
-
 // Runs the pass over the words after the program name; gives back what it wrote to stderr.
 std::string pass(kito_user_context& context, arg_list& list, std::vector<std::string> const& words, bool ok = true)
 {
@@ -16,26 +15,6 @@ std::string pass(kito_user_context& context, arg_list& list, std::vector<std::st
     testing::internal::CaptureStderr();
     EXPECT_EQ(parse_tool_options(context, list, "ver: 1.39"), ok);
     return testing::internal::GetCapturedStderr();
-}
-
-template <class T, class Parse> void check_numbers(Parse parse, std::vector<std::tuple<char const*, bool, T>> const& rows)
-{
-    for (auto const& [text, ok, want] : rows) {
-        T value = 99;
-        EXPECT_EQ(std::tuple(parse(text, value), value), std::tuple(ok, want)) << text;
-    }
-}
-
-TEST(number_text, parses_every_notation_within_its_limits)
-{
-    // Decimal needs a digit or sign as the very first byte, blank or not; 32 bits wrap a sign, 64 bits refuse it.
-    check_numbers<std::uint32_t>(parse_u32_text, {
-        {"xff", true, 255}, {"0XFF", true, 255}, {"o10", true, 8}, {"'A'", true, 65}, {"12 ", true, 12},
-        {" 0x10 ", true, 16}, {" 12", false, 0}, {"-1", true, 4294967295u}, {"4294967296", false, 0},
-        {"0x", false, 0}, {"12abc", false, 0}, {"'ab'", false, 0}, {"", false, 0}});
-    check_numbers<std::uint64_t>(parse_u64_text, {
-        {"18446744073709551615", true, UINT64_MAX}, {"18446744073709551616", false, 0}, {"0x1ffffffffffffffff", false, 0},
-        {"o777", true, 511}, {"  42", true, 42}, {"42 ", false, 0}, {"4 2", false, 0}, {"+5", false, 0}});
 }
 
 std::string forms(kito_user_context const& c)

@@ -40,7 +40,8 @@ protected:
         std::sort(result.begin(), result.end());
         return result;
     }
-    std::string m_root = make_temp_dir("walk");
+    temp_folder const m_folder{"walk"};
+    std::string m_root = m_folder.path();
 };
 
 TEST_F(tree_test, pattern_keeps_matching_files_and_every_folder_and_stars_expand) {

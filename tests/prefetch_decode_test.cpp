@@ -160,7 +160,8 @@ TEST(PrefetchDecode, ResetClearsEverythingButTheLabel)
 
 TEST(PrefetchDecode, LoadFailures)
 {
-    std::string const dir = make_temp_dir("decode"), bad_utf8 = dir + "/\xff.pf";
+    temp_folder const folder("decode");
+    std::string const dir = folder.path(), bad_utf8 = dir + "/\xff.pf";
     pf_image const good = build_prefetch(typical_prefetch(17));
     write_file(bad_utf8, std::string(good.bytes.begin(), good.bytes.end()));
     // The last one is readable, but the file system cannot be asked for its facts.
@@ -185,7 +186,8 @@ TEST(PrefetchDecode, LoadReadsSixteenMebibytes)
     image.put_u32(88, 1);
     image.put_u32(100, limit - 6);
     for (std::uint32_t i = 0; i < 4; ++i) image.put_u16(limit - 6 + 2 * i, 'A' + i);
-    std::string const path = make_temp_dir("decode") + "/big.pf";
+    temp_folder const folder("decode");
+    std::string const path = folder / "big.pf";
     write_file(path, std::string(image.bytes.begin(), image.bytes.end()));
     kito_user_context context, whole;
     std::string err;

@@ -16,7 +16,8 @@ bytes bytes_of(std::string const& text) { return {text.begin(), text.end()}; }
 
 class fileio_test : public ::testing::Test {
 protected:
-    std::string m_dir = make_temp_dir("fileio");
+    temp_folder const m_folder{"fileio"};
+    std::string m_dir = m_folder.path();
 };
 
 TEST_F(fileio_test, loaders_and_reads_honour_limits_and_refuse_empty_missing_or_folders) {

@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 
-#include "driver/cmd_params.h"
 #include "foundation/vlm_path_rules.h"
 #include "foundation/vlm_string.h"
+#include "foundation/vlm_time.h"
 #include "support/run_process.h"
 
 namespace {
@@ -43,7 +43,7 @@ TEST(expand_path_variables, expands_known_names_within_the_length_limit) {
         {"%KITO_T_SELF%", true, "%KITO_T_SELF%"}, // a value naming itself must not hang the run
     };
     for (auto const& r : rows) EXPECT_EQ(expand_path_variables(r.path, r.shadow), r.expected) << r.path;
-    EXPECT_EQ(shadow_copy_prefix(true, false), "\\device\\harddiskvolumeshadowcopy");
+    EXPECT_EQ(shadow_copy_prefix(/*lower=*/true, /*with_root=*/false), "\\device\\harddiskvolumeshadowcopy");
 }
 
 std::vector<filter_entry> filter_of(std::string text) {
@@ -66,8 +66,14 @@ TEST(parse_filter, tokens_and_star_flags) {
     }
 }
 
+// The narrow form, as the batch calls it; this tool never runs the stream mode.
+bool passes(time_range const& range, std::string const& path, std::vector<filter_entry> const& filter,
+            file_info* info = nullptr) {
+    return matches_filter(range, path, filter, info, /*stream_mode=*/false);
+}
+
 TEST(matches_filter, names_folders_and_signatures) {
-    cmd_params options(0);
+    time_range const open_range;
     struct { std::string filter, path; bool expected; } const rows[] = {
         {"*", "/any/thing", true}, {"*.pf", "X.PF", true}, {"*.pf", "/p/x.pfx", false}, {"*.pf", "/p/a.pf.pf", false},
         {"*partial*", "/p/MyPARTIALfile", true}, {"*partial*", "/p/part", false}, {"abc*", "/p/ABCdef.pf", true},
@@ -78,38 +84,45 @@ TEST(matches_filter, names_folders_and_signatures) {
         {"/windows/prefetch", "/mnt/windows/prefetch2/a.pf", false}, {"/windows/prefetch|*.pf", "/o/a.pf", true},
     };
     for (auto const& r : rows)
-        EXPECT_EQ(matches_filter(options, r.path, filter_of(r.filter), nullptr, false), r.expected) << r.path;
-    std::string const dir = make_temp_dir("path_rules_sig"), file = dir + "/a.bin";
+        EXPECT_EQ(passes(open_range, r.path, filter_of(r.filter)), r.expected) << r.path;
+    temp_folder const dir("path_rules_sig");
+    std::string const file = dir / "a.bin";
     write_file(file, "xxMAMyMAM");
     filter_entry entry;
     entry.signature = {'M', 'A', 'M'};
     for (auto [path, offset, expected] : {std::tuple{file, 2ULL, true}, {file, 3ULL, false}, {file, 6ULL, true},
-                                          {file, 7ULL, false}, {file, ~0ULL, false}, {dir + "/none", 2ULL, false}}) {
+                                          {file, 7ULL, false}, {file, ~0ULL, false}, {dir / "none", 2ULL, false}}) {
         entry.signature_offset = offset;
-        EXPECT_EQ(matches_filter(options, path, {entry}, nullptr, false), expected) << path << " @" << offset;
+        EXPECT_EQ(passes(open_range, path, {entry}), expected) << path << " @" << offset;
     }
 }
 
 TEST(matches_filter, time_range_uses_only_valid_bounds) {
-    std::string const file = make_temp_dir("path_rules_time") + "/t.pf";
+    temp_folder const dir("path_rules_time");
+    std::string const file = dir / "t.pf";
     write_file(file, "x");
     timeval const stamps[2] = {{1600000000, 0}, {1600000000, 0}};
     ASSERT_EQ(utimes(file.c_str(), stamps), 0);
-    // Start and stop bounds (valid flag, unix seconds); cleared bounds are no limit, whatever they hold.
-    using bound = std::pair<bool, std::uint32_t>;
-    for (auto [start, stop, expected] : {std::tuple{bound{1, 1599999999}, bound{0, 0}, true},
-                                         {{1, 1600000001}, {0, 0}, false}, {{0, 0}, {1, 1600000000}, true},
-                                         {{0, 0}, {1, 1599999999}, false}, {{0, 1700000000}, {1, 1600000000}, true},
-                                         {{1, 1500000000}, {0, 1}, true}}) {
-        cmd_params options(0);
-        options.m_start_bound = {start.first, 0, start.second};
-        options.m_stop_bound = {stop.first, 0, stop.second};
+    // Bounds as {valid, filetime, unix seconds}: a cleared bound is no limit, whatever it holds. Kind 0 rows ask
+    // stat; the others hand in a filled record of a missing file, whose kind picks the form of the bounds.
+    struct { time_bound start, stop; std::uint32_t kind; bool expected; } const rows[] = {
+        {{1, 0, 1599999999}, {}, 0, true}, {{1, 0, 1600000001}, {}, 0, false}, {{}, {1, 0, 1600000000}, 0, true},
+        {{}, {1, 0, 1599999999}, 0, false}, {{0, 0, 1700000000}, {1, 0, 1600000000}, 0, true},
+        {{1, 0, 1500000000}, {0, 0, 1}, 0, true}, {{1, 4000, 6000}, {}, vlm::filetime, true},
+        {{1, 4000, 6000}, {}, vlm::unix_time, false}, {{1, 0, 0}, {}, 16, false}, // 16: more than 32 bits
+    };
+    for (auto const& r : rows) {
         file_info info;
-        EXPECT_EQ(matches_filter(options, file, filter_of("*"), &info, false), expected) << start.second;
-        EXPECT_EQ(info.modified, 1600000000u);
-        EXPECT_TRUE(matches_filter(options, file, {}, &info, false)); // an empty filter passes before the range
-        EXPECT_FALSE(matches_filter(options, file + ".missing", filter_of("*"), &(info = {}), false)); // no stat
+        info.time_kind = r.kind;
+        info.modified = r.kind != 0 ? 5000 : 0;
+        std::string const path = r.kind != 0 ? file + ".missing" : file;
+        EXPECT_EQ(passes(time_range{r.start, r.stop}, path, filter_of("*"), &info), r.expected)
+            << r.start.unix_seconds << " " << r.stop.unix_seconds << " " << r.kind;
+        EXPECT_EQ(info.modified, r.kind != 0 ? 5000u : 1600000000u);
     }
+    file_info info;
+    EXPECT_TRUE(passes(time_range{{1, 0, 1700000000}, {}}, file, {}, &info)); // passes before the range
+    EXPECT_FALSE(passes(time_range{{1, 0, 1}, {}}, file + ".missing", filter_of("*"), &info)); // no stat
 }
 
 } // namespace

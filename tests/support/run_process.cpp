@@ -14,8 +14,8 @@ process_result run_process(std::string const& program, std::vector<std::string> 
                            std::string const& input, std::vector<std::string> const& env,
                            std::string const& working_dir)
 {
-    std::string const dir = make_temp_dir("run");
-    std::string const in = dir + "/in", out = dir + "/out", err = dir + "/err";
+    temp_folder const dir("run");
+    std::string const in = dir / "in", out = dir / "out", err = dir / "err";
     write_file(in, input);
     process_result result;
     pid_t const pid = fork();
@@ -36,8 +36,6 @@ process_result run_process(std::string const& program, std::vector<std::string> 
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     result.out = read_file(out);
     result.err = read_file(err);
-    for (auto const& f : {in, out, err}) unlink(f.c_str());
-    rmdir(dir.c_str());
     return result;
 }
 
@@ -58,13 +56,6 @@ std::string corpus_dir()
     std::string const dir = env_or_empty("KITO_CORPUS");
     struct stat st {};
     return !dir.empty() && stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? dir : std::string();
-}
-
-std::string make_temp_dir(std::string const& tag)
-{
-    std::string pattern = "/tmp/kito-" + tag + "-XXXXXX";
-    char* made = mkdtemp(pattern.data());
-    return made ? std::string(made) : std::string();
 }
 
 void write_file(std::string const& path, std::string const& bytes)

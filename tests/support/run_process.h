@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "support/temp_folder.h"
+
 struct process_result {
     std::string out;
     std::string err;
@@ -23,7 +25,5 @@ process_result run_kito(std::vector<std::string> const& args, std::string const&
 std::string env_or_empty(char const* name);
 // The shared corpus folder, or empty when it is absent.
 std::string corpus_dir();
-// A fresh empty folder under the system's temporary folder.
-std::string make_temp_dir(std::string const& tag);
 void write_file(std::string const& path, std::string const& bytes);
 std::string read_file(std::string const& path);
