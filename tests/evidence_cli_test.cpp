@@ -8,6 +8,7 @@
 #include "support/container_encoder.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
+#include "support/temp_folder.h"
 
 namespace {
 
@@ -34,7 +35,8 @@ protected:
         for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
         return n;
     }
-    std::string dir = make_temp_dir("evidence"), plain = dir + "/NOTEPAD.EXE-D8414F97.pf", packed = dir + "/packed.pf";
+    temp_folder folder{"evidence"};
+    std::string dir = folder.path(), plain = folder / "NOTEPAD.EXE-D8414F97.pf", packed = folder / "packed.pf";
 };
 
 TEST_F(evidence, a_report_that_cannot_be_written_fails_the_run_once)

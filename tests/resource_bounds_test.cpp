@@ -8,6 +8,7 @@
 #include "support/container_encoder.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
+#include "support/temp_folder.h"
 
 namespace {
 
@@ -65,7 +66,8 @@ TEST(resource_bounds, worst_inputs_stay_under_one_gigabyte)
     GTEST_SKIP() << "the memory bound is for the product build, not for one under AddressSanitizer";
 #endif
     if (env_or_empty("KITO_BINARY").empty()) GTEST_SKIP() << "KITO_BINARY not set";
-    std::string const dir = make_temp_dir("bounds"), results = dir + "/results.txt";
+    temp_folder const folder{"bounds"};
+    std::string const dir = folder.path(), results = folder / "results.txt";
     byte_vec const zeros = zero_units();
     byte_vec packed = encode_mam(zeros); // some 66 KB that unpack to all of it
     ASSERT_LT(packed.size(), 128u * 1024);
@@ -99,8 +101,6 @@ TEST(resource_bounds, worst_inputs_stay_under_one_gigabyte)
         }
         unlink(path.c_str());
     }
-    unlink(results.c_str());
-    rmdir(dir.c_str());
     // The largest child this test has waited for.
     rusage usage{};
     ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &usage), 0);
