@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <regex>
 
 #include "support/json_lite.h"
 #include "support/prefetch_builder.h"
@@ -364,6 +365,36 @@ TEST_F(json_cli, option_interplay)
     ASSERT_EQ(records.size(), 4u);
     for (std::size_t i : {1, 2}) EXPECT_EQ(text(records[i], "host") + text(records[i], "user"), "WS01jo");
     EXPECT_EQ(tagged.err, "prob reading file " + dir + "/none.pf\n");
+}
+
+// The README's jq line for Timesketch gives one event for each valid run time.
+TEST_F(json_cli, readme_timesketch_line)
+{
+    std::string const corpus = corpus_dir(), readme = read_file(env_or_empty("KITO_SOURCE") + "/README.md");
+    if (corpus.empty()) GTEST_SKIP() << "no corpus";
+    std::size_t const start = readme.find("jq -cR '"), end = readme.find("' > ws01-timesketch.jsonl");
+    ASSERT_TRUE(start != std::string::npos && end != std::string::npos && start < end);
+    std::string const program = readme.substr(start + 8, end - start - 8);
+    process_result const run = run_kito({"-enumdir", corpus + "/real", "-num_subdirs", "1", "-json", "-hostname", "WS01"});
+    process_result const jq = run_tool("jq", {"-cR", program}, run.out);
+    if (jq.status == 127) GTEST_SKIP() << "jq missing";
+    ASSERT_EQ(jq.status, 0) << jq.err;
+    std::size_t run_times = 0;
+    for (json_value const& record : records_of(run.out)) {
+        if (text(record, "record") != "prefetch") continue;
+        run_times += text(record, "last_run") != "null";
+        for (json_value const& time : at(record, "previous_runs").items) run_times += !time.is_null();
+    }
+    std::vector<json_value> const events = records_of(jq.out);
+    EXPECT_EQ(events.size(), run_times);
+    EXPECT_GT(run_times, 100u);
+    std::regex const iso("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{7}Z");
+    for (json_value const& event : events) {
+        EXPECT_TRUE(std::regex_match(text(event, "datetime"), iso)) << text(event, "datetime");
+        EXPECT_EQ(text(event, "timestamp_desc").rfind("Prefetch ", 0), 0u);
+        EXPECT_NE(text(event, "message").find(" ran (run count "), std::string::npos);
+        EXPECT_EQ(text(event, "hostname"), "WS01");
+    }
 }
 
 } // namespace
