@@ -72,6 +72,29 @@ std::size_t utf8_sequence(std::string_view text, std::uint32_t& code_point)
     return code_point >= least[length] && code_point <= 0x10ffff ? length : 0;
 }
 
+// How many leading bytes are printable ASCII other than the quote and the
+// backslash: the bulk of any path, copied as one run.
+std::size_t plain_run(std::string_view text)
+{
+    std::size_t n = 0;
+    while (n < text.size() && text[n] >= 0x20 && text[n] < 0x7f && text[n] != '"' && text[n] != '\\') ++n;
+    return n;
+}
+
+// Appends the character that `text` begins with, escaped as json_string
+// (in the header) tells; gives back how many bytes it took.
+std::size_t append_character(std::string& out, std::string_view text)
+{
+    std::uint32_t code_point = 0;
+    std::size_t const length = utf8_sequence(text, code_point);
+    if (length == 0) out += unit_escape(0xdc00u | static_cast<std::uint8_t>(text[0]));
+    else if (code_point == '"' || code_point == '\\') out.append(1, '\\').append(1, static_cast<char>(code_point));
+    else if (code_point < 0x20 || code_point == 0x7f || (code_point >= 0xd800 && code_point <= 0xdfff))
+        out += unit_escape(code_point);
+    else out.append(text.substr(0, length));
+    return length == 0 ? 1 : length;
+}
+
 std::string hash_text(std::uint32_t hash)
 {
     char text[12];
@@ -213,19 +236,9 @@ std::string json_string(std::string_view text)
     std::string out = "\"";
     out.reserve(text.size() + 2);
     while (!text.empty()) {
-        std::uint32_t code_point = 0;
-        std::size_t length = utf8_sequence(text, code_point);
-        if (length == 0) {
-            out += unit_escape(0xdc00u | static_cast<std::uint8_t>(text[0]));
-            length = 1;
-        } else if (code_point == '"' || code_point == '\\') {
-            out.append(1, '\\').append(1, static_cast<char>(code_point));
-        } else if (code_point < 0x20 || code_point == 0x7f || (code_point >= 0xd800 && code_point <= 0xdfff)) {
-            out += unit_escape(code_point);
-        } else {
-            out.append(text.substr(0, length));
-        }
-        text.remove_prefix(length);
+        std::size_t const plain = plain_run(text);
+        out.append(text.substr(0, plain));
+        text.remove_prefix(plain > 0 ? plain : append_character(out, text));
     }
     return out + "\"";
 }
