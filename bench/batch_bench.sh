@@ -1,7 +1,7 @@
 #!/bin/sh
 # Batch throughput: reads a folder of at least 10,000 Prefetch files (copies of
 # the corpus's real files, plain and compressed mixed) with cat, then with
-# kito -pipe in the text and -csv forms, and prints files per second and the
+# kito -pipe in the text, -csv and -json forms, and prints files per second and the
 # ratio of each kito run to cat.
 #
 # usage: batch_bench.sh <path of kito> [corpus folder] [file count]
@@ -51,6 +51,7 @@ timed() {
 cat_seconds=$(timed xargs -d '\n' cat)
 text_seconds=$(timed "$kito" -pipe)
 csv_seconds=$(timed "$kito" -pipe -csv)
+json_seconds=$(timed "$kito" -pipe -json)
 
 report() {
     awk -v name="$1" -v t="$2" -v n="$files" -v c="$cat_seconds" \
@@ -59,3 +60,4 @@ report() {
 report "cat" "$cat_seconds"
 report "kito text" "$text_seconds"
 report "kito -csv" "$csv_seconds"
+report "kito -json" "$json_seconds"

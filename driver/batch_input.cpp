@@ -122,7 +122,8 @@ char const batch_separator[] = " ===============================================
 // Only the text report is framed by separator lines, and only in its verbose form.
 bool separator_used(cmd_params const& options)
 {
-    return !options.m_fmt_csv && !options.m_fmt_timeline && !options.m_fmt_bodyfile && options.m_verbose;
+    return !options.m_fmt_csv && !options.m_fmt_timeline && !options.m_fmt_bodyfile && !options.m_fmt_json &&
+           options.m_verbose;
 }
 
 // One name of a batch, after the filter: clear the last file, expand, decode, report.

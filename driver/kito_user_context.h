@@ -24,6 +24,9 @@ public:
     std::string m_volume_root;
 
     prefetch_entry m_entry;
+    // Input files handed to the decoder in this run, and those reported.
+    std::uint64_t m_files_handled = 0;
+    std::uint64_t m_files_reported = 0;
 
     // Report state: the columns of the delimited table, fixed by the first file.
     std::vector<field_cell> m_column_list;

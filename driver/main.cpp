@@ -80,6 +80,7 @@ int main(int argc, char** argv)
     // Framed before the options take their words out, so the header shows
     // the command line as it was given.
     build_run_header(header, list, context.m_run_started);
+    arg_list const given = list;
 
     uni::fileio results_file;
     if (!parse_tool_options(context, list, kito_version)) {
@@ -99,7 +100,9 @@ int main(int argc, char** argv)
             return -1;
         }
     }
-    *results << header.str() << '\n';
+    if (context.m_fmt_json) write_json_run_record(*results, describe_run(given, context.m_run_started));
+    else *results << header.str() << '\n';
     int const status = run_mode(context, list, *results);
+    if (context.m_fmt_json) write_json_summary(*results, context.m_files_handled, context.m_files_reported);
     return finish_results(*results, results_file, context.m_results_path, status);
 }

@@ -80,6 +80,12 @@ void describe_program_location(bool& on_network, bool& on_usb)
     if (realpath(device_link, resolved) != nullptr) on_usb = std::string(resolved).find("usb") != std::string::npos;
 }
 
+std::string host_name()
+{
+    char host[256] = {};
+    return gethostname(host, sizeof host - 1) == 0 ? std::string(host) : std::string("<unk>");
+}
+
 } // namespace
 
 void print_usage(std::string const& program)
@@ -127,15 +133,17 @@ void build_run_header(std::ostream& stream, arg_list const& list, std::uint64_t 
     std::string date_text, time_text;
     vlm::format_time_text(date_text, time_text, vlm::time(run_started, vlm::filetime), date_format, "hh:mm:ss");
 
-    char host[256] = {};
-    std::string host_name = "<unk>";
-    if (gethostname(host, sizeof host - 1) == 0) host_name = host;
-
     std::string command;
     join_arguments(command, list, '\'');
 
     stream << kito_banner << '\n';
-    stream << "run time: " << date_text << ' ' << time_text << " [UTC]; host: " << host_name
+    stream << "run time: " << date_text << ' ' << time_text << " [UTC]; host: " << host_name()
            << "; system: " << describe_system() << '\n';
     stream << "\"command: " << (find_option("-pipe", list, 1) ? "<filelist> ... | " : "") << command << "\"\n";
+}
+
+json_run_facts describe_run(arg_list const& list, std::uint64_t run_started)
+{
+    std::string const version = kito_version;
+    return {version.substr(version.find(' ') + 1), run_started, host_name(), describe_system(), list};
 }

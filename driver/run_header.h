@@ -6,6 +6,7 @@
 #include <string>
 
 #include "driver/arg_list.h"
+#include "reports/json_report.h"
 
 inline constexpr char kito_banner[] = "kito - ver: 1.39";
 inline constexpr char kito_version[] = "ver: 1.39";
@@ -18,6 +19,9 @@ void print_usage(std::string const& program);
 // Nothing here depends on the option pass, so the same text serves a run
 // whose options fail.
 void build_run_header(std::ostream& stream, arg_list const& list, std::uint64_t run_started);
+
+// The same facts for the run record of the JSON form, with the arguments as a list.
+json_run_facts describe_run(arg_list const& list, std::uint64_t run_started);
 
 // "sysname;version;release;64" (or 32), then "; " and the marks "<~>" for a
 // program file on a network file system and ":=" for one on a USB device.

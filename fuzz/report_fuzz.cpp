@@ -19,6 +19,7 @@ std::vector<arg_list> const option_sets{
     {"kito", "x.pf", "-csv", "-pair_datetime", "-dateformat", "yyyymmdd", "-timeformat", "hh:mm:ss.xxxxxxx"},
     {"kito", "x.pf", "-csvl2t", "-dateformat", "dd/yyyy/mm", "-timeformat", "mi:ss", "-csv_separator", "|"},
     {"kito", "x.pf", "-kito_path", "-hostname", "host", "-dateformat", "mm/dd/yyyy", "-timeformat", "hh:mm"},
+    {"kito", "x.pf", "-json", "-hostname", "h\xff\"", "-username", "u"},
 };
 
 } // namespace
@@ -31,8 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     if (!parse_tool_options(context, list, kito_version)) return 0;
     context.m_file_path = "/evidence/X.EXE-01234567.pf";
     context.m_file_base_name = "X.EXE-01234567.pf";
-    if (!decode_prefetch_buffer(data + 1, static_cast<std::uint32_t>(size - 1), context)) return 0;
+    bool const decoded = decode_prefetch_buffer(data + 1, static_cast<std::uint32_t>(size - 1), context);
     std::ostringstream out;
-    write_prefetch_report(out, context);
+    write_prefetch_report(out, context, decoded);
     return 0;
 }

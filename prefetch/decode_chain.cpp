@@ -8,6 +8,7 @@
 #include "foundation/vlm_string.h"
 #include "foundation/vlm_time.h"
 #include "prefetch/container_decompressor.h"
+#include "prefetch/file_metrics.h"
 #include "prefetch/prefetch_header.h"
 #include "prefetch/section_tables.h"
 
@@ -16,17 +17,28 @@ namespace {
 // Only the first 16 MiB of an input are decoded; no Prefetch file comes near.
 constexpr std::uint32_t read_limit = 0x1000000;
 
-// Unwraps one container layer, if the bytes begin with one. False when a
-// container is there but yields nothing; `plain` is left empty when there is
-// no container, so the caller keeps its bytes.
-bool unwrap_container(std::uint8_t const* data, std::uint32_t size, std::vector<std::uint8_t>& plain, bool& found)
+// Notes why the file is refused; the result is always false.
+bool refuse(prefetch_entry& entry, decode_failure failure)
+{
+    entry.failure = failure;
+    return false;
+}
+
+// Unwraps one container layer, if the bytes begin with one, and notes its
+// kind. False when a container is there but yields nothing; `plain` is left
+// empty when there is no container, so the caller keeps its bytes.
+bool unwrap_container(std::uint8_t const* data, std::uint32_t size, std::vector<std::uint8_t>& plain, bool& found,
+                      prefetch_entry& entry)
 {
     std::uint32_t declared_size = 0;
-    found = detect_container(declared_size, data, static_cast<std::int32_t>(size)) != container_none;
+    std::uint32_t const kind = detect_container(declared_size, data, static_cast<std::int32_t>(size));
+    found = kind != container_none;
     if (!found) return true;
+    entry.container_kinds.push_back(kind);
     container_decompressor decompressor;
     if (!decompressor.decompress_container(data, static_cast<std::int32_t>(size)) || decompressor.output().empty())
-        return false;
+        return refuse(entry, declared_size > read_limit ? decode_failure::container_too_large
+                                                        : decode_failure::container_broken);
     plain = std::move(decompressor.output());
     return true;
 }
@@ -50,22 +62,33 @@ bool read_file_facts(std::wstring const& path, prefetch_entry& entry)
     return true;
 }
 
+// The loader does not say why a read failed; the file system tells an empty
+// file from one that is missing or cannot be opened.
+decode_failure read_failure(std::wstring const& path)
+{
+    std::uint64_t size = 1, changed = 0, modified = 0, accessed = 0;
+    std::uint32_t mode = 0;
+    bool const empty = file_stat(path, size, mode, changed, modified, accessed) && size == 0;
+    return empty ? decode_failure::empty_file : decode_failure::unreadable;
+}
+
 } // namespace
 
 bool load_prefetch_file(kito_user_context& context)
 {
     std::string const& path = context.m_file_path;
+    prefetch_entry& entry = context.m_entry;
     std::wstring const wide_path = utf8_to_wide(path);
     std::vector<std::uint8_t> bytes;
     if (!read_file_prefix(path, read_limit, bytes) || bytes.empty()) {
         std::fprintf(stderr, "prob reading file %s\n", path.c_str());
-        return false;
+        return refuse(entry, read_failure(wide_path));
     }
-    if (!read_file_facts(wide_path, context.m_entry)) return false;
+    if (!read_file_facts(wide_path, entry)) return refuse(entry, decode_failure::unreadable);
 
     std::vector<std::uint8_t> plain;
     bool found = false;
-    if (!unwrap_container(bytes.data(), static_cast<std::uint32_t>(bytes.size()), plain, found)) return false;
+    if (!unwrap_container(bytes.data(), static_cast<std::uint32_t>(bytes.size()), plain, found, entry)) return false;
     if (found) bytes = std::move(plain);
     return decode_prefetch_buffer(bytes.data(), static_cast<std::uint32_t>(bytes.size()), context);
 }
@@ -74,25 +97,30 @@ bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_u
 {
     // A container may hold another; this second layer is the last one
     // unwrapped, so a third is left as it is and refused below.
+    prefetch_entry& entry = context.m_entry;
     std::vector<std::uint8_t> plain;
     bool found = false;
-    if (!unwrap_container(data, size, plain, found)) return false;
+    if (!unwrap_container(data, size, plain, found, entry)) return false;
     if (found) {
         data = plain.data();
         size = static_cast<std::uint32_t>(plain.size());
     }
-    if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return false;
+    if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return refuse(entry, decode_failure::not_prefetch);
 
-    prefetch_entry& entry = context.m_entry;
     byte_view const buf{data, size};
+    entry.decoded_size = size;
+    read_u32(buf, pf_header::format_version, entry.format_version);
+    read_u32(buf, pf_header::prefetch_hash, entry.prefetch_hash);
     std::wstring exe_name = read_exe_name(buf);
     if (!exe_name.empty()) entry.target_name = wide_to_utf8(exe_name);
     // A layout without run information is no failure: count and time stay 0.
     if (read_run_info(entry.last_run, entry.run_count, data)) entry.entry_times.insert(entry.last_run);
 
-    if (!decode_file_strings(entry.file_strings, exe_name, data, size)) return false;
+    if (!decode_file_strings(entry.file_strings, exe_name, data, size))
+        return refuse(entry, decode_failure::strings_past_end);
+    read_file_references(entry.file_references, buf, entry.file_strings);
     entry.target_path = exe_name.empty() ? std::string("unk") : wide_to_utf8(exe_name);
-    if (!decode_volumes(entry, data, size)) return false;
+    if (!decode_volumes(entry, data, size)) return refuse(entry, decode_failure::volumes_past_end);
 
     context.m_version_label = find_layout(buf).label;
     harvest_prev_run_times(entry.prev_run_times, buf);

@@ -10,6 +10,28 @@
 
 using offset_string_map = std::map<std::uint64_t, std::string>;
 
+// Where the NTFS file system kept a file: its MFT record and that record's
+// sequence number, which tells a reused record from the one Windows saw.
+struct ntfs_file_reference {
+    std::uint64_t mft_entry = 0;   // low 48 bits of the reference
+    std::uint16_t mft_sequence = 0; // high 16 bits
+};
+// File references by the offset of the file string they belong to.
+using file_reference_map = std::map<std::uint64_t, ntfs_file_reference>;
+
+// Why the chain refused a file; none while it has not.
+enum class decode_failure {
+    none,
+    unreadable,          // cannot be opened or its file-system facts are missing
+    empty_file,
+    not_prefetch,        // too short, or no "SCCA" after unwrapping
+    container_broken,    // a container that yields nothing
+    container_too_large, // a container that declares more than 16 MiB of output
+    strings_past_end,
+    volumes_past_end,
+    exception,           // out of memory or another fault while decoding
+};
+
 struct prefetch_entry {
     std::uint32_t run_count = 0;
     std::string target_name;
@@ -25,10 +47,18 @@ struct prefetch_entry {
     std::string input_time_source; // short source tag
     std::uint32_t input_time_kind = 0;
 
+    // What decoding saw of the file as a whole.
+    decode_failure failure = decode_failure::none;
+    std::vector<std::uint32_t> container_kinds; // container layers unwrapped, outermost first
+    std::uint32_t decoded_size = 0;             // bytes of the plain Prefetch buffer
+    std::uint32_t format_version = 0;
+    std::uint32_t prefetch_hash = 0;            // hash of the program's path, as Windows names the file
+
     std::uint64_t last_run = 0;
     std::set<std::uint64_t> entry_times;
     std::set<std::uint64_t> prev_run_times;
     offset_string_map file_strings;
+    file_reference_map file_references; // only strings with a non-zero reference
     std::vector<std::string> volume_paths;
     std::vector<std::uint64_t> volume_times;
     std::vector<std::uint32_t> volume_serials;

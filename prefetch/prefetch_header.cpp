@@ -12,21 +12,21 @@ constexpr std::uint64_t first_prev_run_slot = 136;
 constexpr std::uint64_t run_slot_end = 192;
 
 constexpr std::array<prefetch_layout, 9> known_layouts{{
-    {17, true, 0, "WinXP Prefetch", 40, last_run_rule::single_slot, 144, 120, false},
-    {23, true, 0, "Vista/Win7 Prefetch", 104, last_run_rule::single_slot, 152, 128, false},
-    {26, true, 0, "Win8 Prefetch", 104, last_run_rule::newest_slot, 208, 0, true},
-    {30, false, 304, "Win10 Prefetch", 96, last_run_rule::newest_slot, 208, 0, true},
-    {30, false, 296, "Win10 Prefetch", 96, last_run_rule::newest_slot, 200, 0, true},
+    {17, true, 0, "WinXP Prefetch", 40, last_run_rule::single_slot, 144, 120, false, 0},
+    {23, true, 0, "Vista/Win7 Prefetch", 104, last_run_rule::single_slot, 152, 128, false, 32},
+    {26, true, 0, "Win8 Prefetch", 104, last_run_rule::newest_slot, 208, 0, true, 32},
+    {30, false, 304, "Win10 Prefetch", 96, last_run_rule::newest_slot, 208, 0, true, 32},
+    {30, false, 296, "Win10 Prefetch", 96, last_run_rule::newest_slot, 200, 0, true, 32},
     // A Windows 10 or 11 file with a metrics offset of neither sublayout: no run
     // count is trusted, but the run-time slots are still harvested.
-    {30, true, 0, "Win10 Prefetch", 96, last_run_rule::none, 0, 0, true},
+    {30, true, 0, "Win10 Prefetch", 96, last_run_rule::none, 0, 0, true, 32},
     // Windows 11 writes version 31 in the layout of version 30.
-    {31, false, 304, "Win11 Prefetch", 96, last_run_rule::newest_slot, 208, 0, true},
-    {31, false, 296, "Win11 Prefetch", 96, last_run_rule::newest_slot, 200, 0, true},
-    {31, true, 0, "Win11 Prefetch", 96, last_run_rule::none, 0, 0, true},
+    {31, false, 304, "Win11 Prefetch", 96, last_run_rule::newest_slot, 208, 0, true, 32},
+    {31, false, 296, "Win11 Prefetch", 96, last_run_rule::newest_slot, 200, 0, true, 32},
+    {31, true, 0, "Win11 Prefetch", 96, last_run_rule::none, 0, 0, true, 32},
 }};
 
-constexpr prefetch_layout unknown_layout{0, true, 0, "Prefetch", 40, last_run_rule::none, 0, 0, false};
+constexpr prefetch_layout unknown_layout{0, true, 0, "Prefetch", 40, last_run_rule::none, 0, 0, false, 0};
 
 bool has_signature(byte_view header)
 {

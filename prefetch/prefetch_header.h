@@ -15,6 +15,7 @@ constexpr std::uint64_t signature = 4;
 constexpr std::uint64_t declared_size = 12;
 constexpr std::uint64_t exe_name = 16;
 constexpr std::uint32_t exe_name_units = 30; // 60 bytes, ending at offset 76
+constexpr std::uint64_t prefetch_hash = 76;
 constexpr std::uint64_t metrics_offset = 84;
 constexpr std::uint64_t metrics_count = 88;
 constexpr std::uint64_t strings_offset = 100;
@@ -43,6 +44,9 @@ struct prefetch_layout {
     std::uint32_t run_count_offset;
     std::uint32_t last_run_offset;
     bool has_prev_run_slots;
+    // Size of a file metrics entry that ends in an NTFS file reference; 0 where
+    // the entries carry none (XP's 20-byte entries, unknown layouts).
+    std::uint32_t metrics_entry_size;
 };
 
 // The row for the buffer's version word and metrics offset; an unknown

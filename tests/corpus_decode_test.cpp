@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <set>
 
 #include "driver/kito_user_context.h"
@@ -21,36 +20,16 @@ using strings = std::vector<std::string>;
 
 json_value const& at(json_value const& object, char const* key)
 {
-    static json_value const missing;
-    json_value const* v = object.find(key);
-    EXPECT_NE(v, nullptr) << key;
-    return v ? *v : missing;
+    EXPECT_NE(object.find(key), nullptr) << key;
+    return member_of(object, key);
 }
-
-// Sidecar text is a string, or {"hex": ...} for bytes that are not UTF-8.
-std::string text_of(json_value const& value)
-{
-    json_value const* hex = value.find("hex");
-    std::string bytes = hex ? "" : value.text;
-    for (std::size_t i = 0; hex && i + 1 < hex->text.size(); i += 2) bytes += static_cast<char>(std::stoi(hex->text.substr(i, 2), nullptr, 16));
-    return bytes;
-}
-
-template <typename read> auto items_of(json_value const& list, read f)
-{
-    std::vector<decltype(f(list))> out;
-    for (auto const& item : list.items) out.push_back(f(item));
-    return out;
-}
-strings texts_of(json_value const& list) { return items_of(list, text_of); }
-numbers numbers_of(json_value const& list) { return items_of(list, std::mem_fn(&json_value::as_u64)); }
 
 void expect_entry(json_value const& want, kito_user_context const& context)
 {
     prefetch_entry const& e = context.m_entry;
-    EXPECT_EQ(context.m_version_label, text_of(at(want, "version_label")));
-    EXPECT_EQ(e.target_name, text_of(at(want, "target_name")));
-    EXPECT_EQ(e.target_path, text_of(at(want, "target_path")));
+    EXPECT_EQ(context.m_version_label, sidecar_text(at(want, "version_label")));
+    EXPECT_EQ(e.target_name, sidecar_text(at(want, "target_name")));
+    EXPECT_EQ(e.target_path, sidecar_text(at(want, "target_path")));
     EXPECT_EQ(e.run_count, at(want, "run_count").as_u64());
     EXPECT_EQ(e.last_run, at(want, "last_run").as_u64());
     EXPECT_EQ(e.input_file_size, at(want, "input_file_size").as_u64());
@@ -59,7 +38,7 @@ void expect_entry(json_value const& want, kito_user_context const& context)
     numbers offsets;
     strings texts;
     for (auto const& [key, text] : e.file_strings) offsets.push_back(key), texts.push_back(text);
-    EXPECT_EQ(texts, texts_of(at(want, "file_strings")));
+    EXPECT_EQ(texts, sidecar_texts(at(want, "file_strings")));
     EXPECT_EQ(offsets, numbers_of(at(want, "file_string_offsets")));
     auto const& volumes = at(want, "volumes").items;
     ASSERT_EQ(e.volume_paths.size(), volumes.size());
@@ -67,12 +46,12 @@ void expect_entry(json_value const& want, kito_user_context const& context)
     ASSERT_EQ(e.volume_records.size(), volumes.size());
     for (std::size_t v = 0; v < volumes.size(); ++v) {
         SCOPED_TRACE("volume " + std::to_string(v));
-        EXPECT_EQ(e.volume_paths[v], text_of(at(volumes[v], "path")));
+        EXPECT_EQ(e.volume_paths[v], sidecar_text(at(volumes[v], "path")));
         EXPECT_EQ(e.volume_times[v], at(volumes[v], "creation_time").as_u64());
         EXPECT_EQ(e.volume_serials[v], at(volumes[v], "serial").as_u64());
         strings dirs;
         for (auto const& [key, text] : e.volume_dirs[v]) dirs.push_back(text);
-        EXPECT_EQ(dirs, texts_of(at(volumes[v], "directories")));
+        EXPECT_EQ(dirs, sidecar_texts(at(volumes[v], "directories")));
     }
 }
 

@@ -89,3 +89,33 @@ bool parse_json(std::string_view text, json_value& out)
     parser p{text};
     return p.value(out) && (p.skip(), p.pos == text.size());
 }
+
+json_value const& member_of(json_value const& object, std::string_view key)
+{
+    static json_value const missing;
+    json_value const* v = object.find(key);
+    return v ? *v : missing;
+}
+
+std::string sidecar_text(json_value const& value)
+{
+    json_value const* hex = value.find("hex");
+    std::string bytes = hex ? "" : value.text;
+    for (std::size_t i = 0; hex && i + 1 < hex->text.size(); i += 2)
+        bytes += static_cast<char>(std::strtoul(hex->text.substr(i, 2).c_str(), nullptr, 16));
+    return bytes;
+}
+
+std::vector<std::string> sidecar_texts(json_value const& list)
+{
+    std::vector<std::string> texts;
+    for (auto const& item : list.items) texts.push_back(sidecar_text(item));
+    return texts;
+}
+
+std::vector<std::uint64_t> numbers_of(json_value const& list)
+{
+    std::vector<std::uint64_t> numbers;
+    for (auto const& item : list.items) numbers.push_back(item.as_u64());
+    return numbers;
+}

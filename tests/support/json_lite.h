@@ -22,3 +22,10 @@ struct json_value {
 
 // False on malformed input; `out` then holds whatever was parsed.
 bool parse_json(std::string_view text, json_value& out);
+
+// The member `key`, or a null value where it is absent.
+json_value const& member_of(json_value const& object, std::string_view key);
+// Sidecar text is a string, or {"hex": ...} for bytes that are not UTF-8.
+std::string sidecar_text(json_value const& value);
+std::vector<std::string> sidecar_texts(json_value const& list);
+std::vector<std::uint64_t> numbers_of(json_value const& list);

@@ -41,10 +41,19 @@ pf_image build_prefetch(pf_fields const& f)
         for (std::size_t i = 0; i < 8; ++i) put_le(b, 128 + 8 * i, f.run_slots[i], 8);
         put_le(b, (f.version == 30 || f.version == 31) && metrics_offset == 296 ? 200 : 208, f.run_count, 4);
     }
-    // The metrics array, one zeroed entry per string, is only skipped by readers.
-    b.resize(std::max<std::size_t>(metrics_offset, 228) + f.file_strings.size() * (f.version == 17 ? 20 : 32), 0);
+    // The metrics array: one entry per string, naming it by its offset in
+    // the strings section and its length; from Vista on with a file reference.
+    std::size_t const entry_size = f.version == 17 ? 20 : 32;
+    image.metrics_offset = metrics_offset;
+    b.resize(std::max<std::size_t>(metrics_offset, 228) + f.file_strings.size() * entry_size, 0);
     image.strings_offset = image.size();
-    for (auto const& text : f.file_strings) append_text(b, text);
+    for (std::size_t i = 0; i < f.file_strings.size(); ++i) {
+        std::size_t const entry = metrics_offset + i * entry_size, name = entry_size == 20 ? 8 : 12;
+        put_le(b, entry + name, b.size() - image.strings_offset, 4);
+        put_le(b, entry + name + 4, f.file_strings[i].size(), 4);
+        if (entry_size == 32 && i < f.file_references.size()) put_le(b, entry + 24, f.file_references[i], 8);
+        append_text(b, f.file_strings[i]);
+    }
     align8(b);
     b.resize(b.size() + f.volumes_shift, 0);
     std::uint32_t const base = image.volumes_offset = image.size();

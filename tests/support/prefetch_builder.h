@@ -25,13 +25,14 @@ struct pf_fields {
     std::uint64_t last_run = 0;                  // versions 17 and 23
     std::array<std::uint64_t, 8> run_slots{};    // other versions: u64 at 128..184
     std::vector<std::u16string> file_strings;
+    std::vector<std::uint64_t> file_references; // NTFS reference of each string's metrics entry; 0 where absent
     std::vector<pf_volume_fields> volumes;
     std::uint32_t volumes_shift = 0;             // extra bytes before the volumes section
 };
 
 struct pf_image {
     std::vector<std::uint8_t> bytes;
-    std::uint32_t strings_offset = 0, volumes_offset = 0, record_size = 0;
+    std::uint32_t metrics_offset = 0, strings_offset = 0, volumes_offset = 0, record_size = 0;
     std::vector<std::uint32_t> path_offsets; // where each device path begins
 
     std::uint32_t size() const { return static_cast<std::uint32_t>(bytes.size()); }

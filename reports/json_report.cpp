@@ -1,0 +1,276 @@
+#include "reports/json_report.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <ranges>
+
+#include "driver/kito_user_context.h"
+#include "foundation/vlm_time.h"
+#include "prefetch/container_decompressor.h"
+#include "reports/field_output.h"
+
+namespace {
+
+// One object under construction; members stand in the order they are added.
+// Keys are literals of this file and need no escaping.
+class json_object {
+public:
+    json_object& raw(std::string_view key, std::string_view json)
+    {
+        m_text.append(m_text.size() > 1 ? ",\"" : "\"").append(key).append("\":").append(json);
+        return *this;
+    }
+    json_object& text(std::string_view key, std::string_view value) { return raw(key, json_string(value)); }
+    json_object& number(std::string_view key, std::uint64_t value) { return raw(key, std::to_string(value)); }
+    std::string close() const { return m_text + "}"; }
+
+private:
+    std::string m_text = "{";
+};
+
+template <typename range, typename convert> std::string json_array(range&& items, convert to_json)
+{
+    std::string text = "[";
+    for (auto const& item : items) text.append(text.size() > 1 ? "," : "").append(to_json(item));
+    return text + "]";
+}
+
+std::string json_number(std::uint64_t value) { return std::to_string(value); }
+
+// A record is one line, written in one piece.
+void put_record(std::ostream& out, json_object const& record)
+{
+    std::string const line = record.close() + "\n";
+    out.write(line.data(), static_cast<std::streamsize>(line.size()));
+}
+
+std::string unit_escape(std::uint32_t unit)
+{
+    char text[8];
+    std::snprintf(text, sizeof text, "\\u%04x", unit & 0xffffu);
+    return text;
+}
+
+// Length of the UTF-8 sequence that `text` begins with, and its code point;
+// 0 when the first byte begins no well-formed sequence. The three-byte forms
+// of surrogates are let through: the caller escapes them.
+std::size_t utf8_sequence(std::string_view text, std::uint32_t& code_point)
+{
+    auto const byte = [text](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
+    std::uint8_t const lead = byte(0);
+    std::size_t const length = lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 0;
+    if (length == 0 || length > text.size()) return 0;
+    code_point = length == 1 ? lead : lead & (0x7fu >> length);
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xc0) != 0x80) return 0;
+        code_point = code_point << 6 | (byte(i) & 0x3fu);
+    }
+    // Overlong forms and values past U+10FFFF are not UTF-8.
+    static constexpr std::uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
+    return code_point >= least[length] && code_point <= 0x10ffff ? length : 0;
+}
+
+// How many leading bytes are printable ASCII other than the quote and the
+// backslash: the bulk of any path, copied as one run.
+std::size_t plain_run(std::string_view text)
+{
+    std::size_t n = 0;
+    while (n < text.size() && text[n] >= 0x20 && text[n] < 0x7f && text[n] != '"' && text[n] != '\\') ++n;
+    return n;
+}
+
+// Appends the character that `text` begins with, escaped as json_string
+// (in the header) tells; gives back how many bytes it took.
+std::size_t append_character(std::string& out, std::string_view text)
+{
+    std::uint32_t code_point = 0;
+    std::size_t const length = utf8_sequence(text, code_point);
+    if (length == 0) out += unit_escape(0xdc00u | static_cast<std::uint8_t>(text[0]));
+    else if (code_point == '"' || code_point == '\\') out.append(1, '\\').append(1, static_cast<char>(code_point));
+    else if (code_point < 0x20 || code_point == 0x7f || (code_point >= 0xd800 && code_point <= 0xdfff))
+        out += unit_escape(code_point);
+    else out.append(text.substr(0, length));
+    return length == 0 ? 1 : length;
+}
+
+std::string hash_text(std::uint32_t hash)
+{
+    char text[12];
+    std::snprintf(text, sizeof text, "%08X", hash);
+    return text;
+}
+
+// Windows names a Prefetch file after the program and the hash of its path:
+// "CMD.EXE-4A81B364.pf". Empty when the name carries no such eight digits.
+std::string name_hash_of(std::string const& file_name)
+{
+    std::size_t const dash = file_name.rfind('-');
+    if (dash == std::string::npos) return {};
+    std::size_t const dot = file_name.find('.', dash);
+    std::string const digits = file_name.substr(dash + 1, dot == std::string::npos ? dot : dot - dash - 1);
+    bool const hex = digits.size() == 8 &&
+                     std::all_of(digits.begin(), digits.end(), [](unsigned char c) { return std::isxdigit(c); });
+    return hex ? digits : std::string();
+}
+
+std::string container_json(std::vector<std::uint32_t> const& kinds)
+{
+    if (kinds.empty()) return "null";
+    std::string names;
+    for (std::uint32_t kind : kinds) {
+        if (!names.empty()) names += '/';
+        names += kind == container_mam ? "MAM" : kind == container_mem0 ? "MEM0" : "xpress";
+    }
+    return json_string(names);
+}
+
+char const* failure_text(decode_failure failure)
+{
+    switch (failure) {
+    case decode_failure::unreadable: return "cannot be read";
+    case decode_failure::empty_file: return "empty file";
+    case decode_failure::not_prefetch: return "not a Prefetch file";
+    case decode_failure::container_broken: return "container does not decompress";
+    case decode_failure::container_too_large: return "container declares more than 16 MiB";
+    case decode_failure::strings_past_end: return "strings section past the end";
+    case decode_failure::volumes_past_end: return "volumes section past the end";
+    case decode_failure::none:
+    case decode_failure::exception: break;
+    }
+    return "could not be decoded";
+}
+
+void add_input(json_object& record, kito_user_context const& context)
+{
+    prefetch_entry const& e = context.m_entry;
+    record.text("path", context.m_file_path).text("file_name", context.m_file_base_name);
+    record.number("file_size", e.input_file_size).raw("file_modified", json_time(e.input_modified));
+    record.raw("file_accessed", json_time(e.input_accessed)).raw("file_changed", json_time(e.input_stats_changed));
+}
+
+void add_hashes(json_object& record, kito_user_context const& context)
+{
+    std::uint32_t const hash = context.m_entry.prefetch_hash;
+    std::string const name_hash = name_hash_of(context.m_file_base_name);
+    record.text("prefetch_hash", hash_text(hash));
+    if (name_hash.empty()) {
+        record.raw("name_hash", "null").raw("hash_matches_name", "null");
+        return;
+    }
+    bool const matches = std::strtoul(name_hash.c_str(), nullptr, 16) == hash;
+    record.text("name_hash", name_hash).raw("hash_matches_name", matches ? "true" : "false");
+}
+
+void add_runs(json_object& record, prefetch_entry const& e)
+{
+    auto const latest_first = std::views::reverse(e.prev_run_times);
+    record.number("run_count", e.run_count).raw("last_run", json_time(e.last_run));
+    record.number("last_run_filetime", e.last_run).raw("previous_runs", json_array(latest_first, json_time));
+    record.raw("previous_runs_filetime", json_array(latest_first, json_number));
+}
+
+std::string file_json(prefetch_entry const& e, std::uint64_t offset, std::string const& name)
+{
+    auto const found = e.file_references.find(offset);
+    bool const known = found != e.file_references.end();
+    json_object file;
+    file.text("path", name).raw("mft_entry", known ? json_number(found->second.mft_entry) : "null");
+    return file.raw("mft_sequence", known ? json_number(found->second.mft_sequence) : "null").close();
+}
+
+std::string volume_json(prefetch_entry const& e, std::size_t i)
+{
+    std::uint64_t const created = i < e.volume_times.size() ? e.volume_times[i] : 0;
+    std::uint32_t const serial = i < e.volume_serials.size() ? e.volume_serials[i] : 0;
+    std::string const directories =
+        i < e.volume_dirs.size() ? json_array(e.volume_dirs[i] | std::views::values, json_string) : "[]";
+    json_object volume;
+    volume.text("device_path", e.volume_paths[i]).raw("created", json_time(created));
+    volume.number("created_filetime", created).text("serial", volume_serial_text(serial));
+    return volume.raw("directories", directories).close();
+}
+
+void add_examiner_tags(json_object& record, kito_user_context const& context)
+{
+    if (context.m_host_name_given) record.text("host", context.m_host_name);
+    if (context.m_user_name_given) record.text("user", context.m_user_name);
+}
+
+json_object prefetch_record(kito_user_context const& context)
+{
+    prefetch_entry const& e = context.m_entry;
+    json_object record;
+    record.text("record", "prefetch");
+    add_input(record, context);
+    record.number("format_version", e.format_version).text("label", context.m_version_label);
+    record.raw("container", container_json(e.container_kinds)).number("decoded_size", e.decoded_size);
+    record.text("executable", e.target_name).text("executable_path", e.target_path);
+    add_hashes(record, context);
+    add_runs(record, e);
+    auto const file = [&e](auto const& string) {
+        auto const& [offset, name] = string;
+        return file_json(e, offset, name);
+    };
+    auto const volume = [&e](std::size_t i) { return volume_json(e, i); };
+    record.raw("files", json_array(e.file_strings, file));
+    record.raw("volumes", json_array(std::views::iota(std::size_t{0}, e.volume_paths.size()), volume));
+    add_examiner_tags(record, context);
+    return record;
+}
+
+json_object error_record(kito_user_context const& context)
+{
+    json_object record;
+    record.text("record", "error").text("path", context.m_file_path);
+    record.text("error", failure_text(context.m_entry.failure));
+    add_examiner_tags(record, context);
+    return record;
+}
+
+} // namespace
+
+std::string json_string(std::string_view text)
+{
+    std::string out = "\"";
+    out.reserve(text.size() + 2);
+    while (!text.empty()) {
+        std::size_t const plain = plain_run(text);
+        out.append(text.substr(0, plain));
+        text.remove_prefix(plain > 0 ? plain : append_character(out, text));
+    }
+    return out + "\"";
+}
+
+std::string json_time(std::uint64_t filetime)
+{
+    vlm::time const moment(filetime, vlm::filetime);
+    if (!moment.valid) return "null";
+    vlm::_windows_systemtime const& t = moment.utc_fields;
+    char text[48];
+    std::snprintf(text, sizeof text, "\"%04u-%02u-%02uT%02u:%02u:%02u.%07lluZ\"", t.year, t.month, t.day, t.hour,
+                  t.minute, t.second, static_cast<unsigned long long>(filetime % vlm::ticks_per_second));
+    return text;
+}
+
+void write_json_run_record(std::ostream& out, json_run_facts const& facts)
+{
+    json_object record;
+    record.text("record", "run").text("tool", "kito").text("version", facts.version);
+    record.raw("started", json_time(facts.started)).text("host", facts.host).text("system", facts.system);
+    put_record(out, record.raw("arguments", json_array(facts.arguments, json_string)));
+}
+
+bool write_json_report(std::ostream& out, kito_user_context const& context, bool decoded)
+{
+    put_record(out, decoded ? prefetch_record(context) : error_record(context));
+    return decoded;
+}
+
+void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported)
+{
+    json_object record;
+    record.text("record", "summary").number("files", files).number("reported", reported);
+    put_record(out, record.number("failed", files - reported));
+}

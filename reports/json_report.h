@@ -1,0 +1,39 @@
+#pragma once
+// JSON Lines for the tools examiners pipe into (jq, Elasticsearch, Splunk,
+// Timesketch): a run record, one record per input file, a summary record.
+// Every line is one JSON object in UTF-8 that parses on its own, and keeps
+// what the other forms drop: the format version, the hashes, the NTFS file
+// references, full-precision times and the reason a file was refused.
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+class kito_user_context;
+
+// What the run record says about the run.
+struct json_run_facts {
+    std::string version;
+    std::uint64_t started = 0; // FILETIME
+    std::string host;
+    std::string system;
+    std::vector<std::string> arguments; // the command line as given, program first
+};
+
+// A quoted JSON string. Well-formed UTF-8 stands as it is; the quote, the
+// backslash and control characters are escaped; the three-byte form of a
+// UTF-16 surrogate becomes \uXXXX of that unit, so text read from UTF-16
+// keeps its code units; any other byte that is not UTF-8 becomes \udcXX,
+// U+DC00 plus the byte, as Python's "surrogateescape" writes it.
+std::string json_string(std::string_view text);
+
+// A FILETIME as a quoted ISO 8601 UTC text with all seven digits of the
+// fraction, or null for a time that is not valid (zero, before 1970, after 3000).
+std::string json_time(std::uint64_t filetime);
+
+void write_json_run_record(std::ostream& out, json_run_facts const& facts);
+// The record of the file in hand: "prefetch" when it was decoded, otherwise
+// "error" with the reason the decoder gave. The result is `decoded`.
+bool write_json_report(std::ostream& out, kito_user_context const& context, bool decoded);
+void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported);

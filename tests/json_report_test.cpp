@@ -1,0 +1,161 @@
+// The JSON form below the process: its one string escaper and time formatter,
+// the file references of the metrics array, and records read back.
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <sstream>
+
+#include "driver/kito_user_context.h"
+#include "prefetch/container_decompressor.h"
+#include "prefetch/decode_chain.h"
+#include "reports/json_report.h"
+#include "support/prefetch_builder.h"
+
+namespace {
+
+TEST(JsonReport, StringsKeepEveryByteAndEveryUnit)
+{
+    struct row { std::string in, out; } const rows[] = {
+        {"C:\\A \"B\"", R"("C:\\A \"B\"")"},
+        {std::string("\0\t\n\r\x1f\x7f", 6), R"("\u0000\u0009\u000a\u000d\u001f\u007f")"},
+        {"\xc3\x89\xe2\x82\xac\xf0\x9f\x98\x80\xef\xbf\xbf", "\"\xc3\x89\xe2\x82\xac\xf0\x9f\x98\x80\xef\xbf\xbf\""},
+        // Three-byte forms of surrogates, as UTF-16 text read unit by unit makes them.
+        {"\xed\xa0\x80" "A\xed\xbf\xbf", R"("\ud800A\udfff")"},
+        {"\xed\xa0\xbd\xed\xb8\x80", R"("\ud83d\ude00")"},
+        {"\xed\x9f\xbf", "\"\xed\x9f\xbf\""}, // U+D7FF, just below them
+        // Bytes outside UTF-8: stray, overlong, past U+10FFFF, cut short.
+        {"a\x80\xff", R"("a\udc80\udcff")"},
+        {"\xc0\x80\xc1\xbf", R"("\udcc0\udc80\udcc1\udcbf")"},
+        {"\xe0\x80\xaf", R"("\udce0\udc80\udcaf")"},
+        {"\xf0\x8f\xbf\xbf", R"("\udcf0\udc8f\udcbf\udcbf")"},
+        {"\xf4\x90\x80\x80", R"("\udcf4\udc90\udc80\udc80")"},
+        {"\xe2\x82" "A\xe2", R"("\udce2\udc82A\udce2")"},
+    };
+    for (row const& r : rows) {
+        SCOPED_TRACE(r.out);
+        EXPECT_EQ(json_string(r.in), r.out);
+    }
+}
+
+TEST(JsonReport, TimesWithTheWholeFractionOrNull)
+{
+    struct row { std::uint64_t filetime; char const* text; } const rows[] = {
+        {0, "null"},
+        {116444736000000000ULL, "null"}, // 1970-01-01 00:00:00 is no time
+        {116444736010000000ULL, R"("1970-01-01T00:00:01.0000000Z")"},
+        {131121092967890123ULL, R"("2016-07-04T12:34:56.7890123Z")"},
+        {125962560000000001ULL, R"("2000-02-29T00:00:00.0000001Z")"},
+        {441796896000000000ULL, "null"}, // 3001
+        {0x8000000000000000ULL, "null"},
+    };
+    for (row const& r : rows) {
+        SCOPED_TRACE(r.filetime);
+        EXPECT_EQ(json_time(r.filetime), r.text);
+    }
+}
+
+using reference = std::optional<std::pair<std::uint64_t, std::uint16_t>>;
+using pf_damage = void (*)(pf_image&);
+
+std::vector<reference> references_of(prefetch_entry const& e)
+{
+    std::vector<reference> refs;
+    for (auto const& [offset, text] : e.file_strings) {
+        auto const found = e.file_references.find(offset);
+        refs.push_back(found == e.file_references.end()
+                           ? reference()
+                           : reference({found->second.mft_entry, found->second.mft_sequence}));
+    }
+    return refs;
+}
+
+// File references: low 48 bits the MFT entry, high 16 the sequence number;
+// damage gives nulls, never a refused file.
+TEST(JsonReport, FileReferencesFromTheMetricsArray)
+{
+    std::vector<std::uint64_t> const refs = {0x0001000000006436ULL, 0, 0xfffeffffffffffffULL};
+    reference const ntdll = {{25654, 1}}, maximal = {{0xffffffffffffULL, 0xfffe}};
+    std::vector<reference> const all = {ntdll, std::nullopt, maximal}, none(3);
+    struct row { char const* what; std::uint32_t version; pf_damage damage; std::vector<reference> want; } const rows[] = {
+        {"XP entries carry none", 17, nullptr, none},
+        {"Vista/7", 23, nullptr, all},
+        {"8", 26, nullptr, all},
+        {"10", 30, nullptr, all},
+        {"11", 31, nullptr, all},
+        {"unknown version", 32, nullptr, none},
+        {"array past the end", 23, [](pf_image& i) { i.put_u32(84, i.size() - 20); }, none},
+        {"entry names no string", 23, [](pf_image& i) { i.put_u32(i.metrics_offset + 12, 2); }, {std::nullopt, std::nullopt, maximal}},
+        {"name offset past the end", 30, [](pf_image& i) { i.put_u32(i.metrics_offset + 64 + 12, 0xfffffff0u); }, {ntdll, std::nullopt, std::nullopt}},
+        {"two entries name one string", 26, [](pf_image& i) { i.put_u32(i.metrics_offset + 64 + 12, 0); }, {ntdll, std::nullopt, std::nullopt}},
+    };
+    for (row const& r : rows) {
+        SCOPED_TRACE(r.what);
+        pf_fields fields = typical_prefetch(r.version);
+        fields.file_references = refs;
+        pf_image image = build_prefetch(fields);
+        if (r.damage) r.damage(image);
+        kito_user_context context;
+        ASSERT_TRUE(decode_prefetch_buffer(image.bytes.data(), image.size(), context));
+        EXPECT_EQ(references_of(context.m_entry), r.want);
+    }
+}
+
+std::string record_of(kito_user_context const& context)
+{
+    std::ostringstream out;
+    EXPECT_TRUE(write_json_report(out, context, true));
+    return out.str();
+}
+
+TEST(JsonReport, HashOfTheHeaderAgainstTheFileName)
+{
+    struct row { std::string name, members; } const rows[] = {
+        {"NOTEPAD.EXE-D8414F97.pf", R"("name_hash":"D8414F97","hash_matches_name":true)"},
+        {"notepad.exe-d8414f97.pf", R"("name_hash":"d8414f97","hash_matches_name":true)"},
+        {"NOTEPAD.EXE-D8414F98.pf", R"("name_hash":"D8414F98","hash_matches_name":false)"},
+        {"A-B-D8414F97", R"("name_hash":"D8414F97","hash_matches_name":true)"},
+        {"NOTEPAD.EXE.pf", R"("name_hash":null,"hash_matches_name":null)"},
+        {"NOTEPAD.EXE-D8414F9.pf", R"("name_hash":null,"hash_matches_name":null)"},
+        {"NOTEPAD.EXE-D8414G97.pf", R"("name_hash":null,"hash_matches_name":null)"},
+    };
+    for (row const& r : rows) {
+        kito_user_context context;
+        context.m_file_base_name = r.name;
+        context.m_entry.prefetch_hash = 0xd8414f97;
+        EXPECT_NE(record_of(context).find(R"("prefetch_hash":"D8414F97",)" + r.members), std::string::npos) << r.name;
+    }
+}
+
+// A whole record: every member in its place, times in both forms, the
+// previous runs latest first, a time past 3000 null beside its raw value.
+TEST(JsonReport, WholePrefetchRecord)
+{
+    kito_user_context context;
+    context.m_file_path = "/cases/NOTEPAD.EXE-D8414F97.pf", context.m_file_base_name = "NOTEPAD.EXE-D8414F97.pf";
+    context.m_version_label = "Win10 Prefetch", context.m_host_name = "WS01", context.m_host_name_given = true;
+    prefetch_entry& e = context.m_entry;
+    e.input_file_size = 23042, e.input_modified = 130450000000000000ULL, e.format_version = 30;
+    e.container_kinds = {container_mam}, e.decoded_size = 31744, e.prefetch_hash = 0xd8414f97;
+    e.target_name = "NOTEPAD.EXE", e.target_path = "\\VOLUME{1}\\NOTEPAD.EXE", e.run_count = 5;
+    e.last_run = 131000000000000001ULL, e.prev_run_times = {130000000000000000ULL, 500000000000000000ULL};
+    e.file_strings = {{180, e.target_path}, {100, "\\VOLUME{1}\\NTDLL.DLL"}};
+    e.file_references = {{100, {25654, 1}}};
+    e.volume_paths = {"\\VOLUME{1}"}, e.volume_times = {0}, e.volume_serials = {0xa4c300f1u};
+    e.volume_dirs = {{{1, "\\VOLUME{1}\\WINDOWS"}}};
+    EXPECT_EQ(record_of(context),
+              R"({"record":"prefetch","path":"/cases/NOTEPAD.EXE-D8414F97.pf","file_name":"NOTEPAD.EXE-D8414F97.pf",)"
+              R"("file_size":23042,"file_modified":"2014-05-19T19:06:40.0000000Z","file_accessed":null,"file_changed":null,)"
+              R"("format_version":30,"label":"Win10 Prefetch","container":"MAM","decoded_size":31744,)"
+              R"("executable":"NOTEPAD.EXE","executable_path":"\\VOLUME{1}\\NOTEPAD.EXE","prefetch_hash":"D8414F97",)"
+              R"("name_hash":"D8414F97","hash_matches_name":true,"run_count":5,)"
+              R"("last_run":"2016-02-15T08:53:20.0000001Z","last_run_filetime":131000000000000001,)"
+              R"("previous_runs":[null,"2012-12-14T23:06:40.0000000Z"],)"
+              R"("previous_runs_filetime":[500000000000000000,130000000000000000],)"
+              R"("files":[{"path":"\\VOLUME{1}\\NTDLL.DLL","mft_entry":25654,"mft_sequence":1},)"
+              R"({"path":"\\VOLUME{1}\\NOTEPAD.EXE","mft_entry":null,"mft_sequence":null}],)"
+              R"("volumes":[{"device_path":"\\VOLUME{1}","created":null,"created_filetime":0,"serial":"a4c3-00f1",)"
+              R"("directories":["\\VOLUME{1}\\WINDOWS"]}],"host":"WS01"})"
+              "\n");
+}
+
+} // namespace
