@@ -4,7 +4,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
-#include <ranges>
+#include <vector>
 
 #include "driver/kito_user_context.h"
 #include "foundation/vlm_time.h"
@@ -30,11 +30,16 @@ private:
     std::string m_text = "{";
 };
 
-template <typename range, typename convert> std::string json_array(range&& items, convert to_json)
+template <typename iterator, typename convert> std::string json_array(iterator first, iterator last, convert to_json)
 {
     std::string text = "[";
-    for (auto const& item : items) text.append(text.size() > 1 ? "," : "").append(to_json(item));
+    for (; first != last; ++first) text.append(text.size() > 1 ? "," : "").append(to_json(*first));
     return text + "]";
+}
+
+template <typename range, typename convert> std::string json_array(range const& items, convert to_json)
+{
+    return json_array(std::begin(items), std::end(items), to_json);
 }
 
 std::string json_number(std::uint64_t value) { return std::to_string(value); }
@@ -165,10 +170,10 @@ void add_hashes(json_object& record, kito_user_context const& context)
 
 void add_runs(json_object& record, prefetch_entry const& e)
 {
-    auto const latest_first = std::views::reverse(e.prev_run_times);
+    auto const first = e.prev_run_times.rbegin(), last = e.prev_run_times.rend(); // latest first
     record.number("run_count", e.run_count).raw("last_run", json_time(e.last_run));
-    record.number("last_run_filetime", e.last_run).raw("previous_runs", json_array(latest_first, json_time));
-    record.raw("previous_runs_filetime", json_array(latest_first, json_number));
+    record.number("last_run_filetime", e.last_run).raw("previous_runs", json_array(first, last, json_time));
+    record.raw("previous_runs_filetime", json_array(first, last, json_number));
 }
 
 std::string file_json(prefetch_entry const& e, std::uint64_t offset, std::string const& name)
@@ -184,8 +189,8 @@ std::string volume_json(prefetch_entry const& e, std::size_t i)
 {
     std::uint64_t const created = i < e.volume_times.size() ? e.volume_times[i] : 0;
     std::uint32_t const serial = i < e.volume_serials.size() ? e.volume_serials[i] : 0;
-    std::string const directories =
-        i < e.volume_dirs.size() ? json_array(e.volume_dirs[i] | std::views::values, json_string) : "[]";
+    auto const directory = [](auto const& ordered) { return json_string(ordered.second); };
+    std::string const directories = i < e.volume_dirs.size() ? json_array(e.volume_dirs[i], directory) : "[]";
     json_object volume;
     volume.text("device_path", e.volume_paths[i]).raw("created", json_time(created));
     volume.number("created_filetime", created).text("serial", volume_serial_text(serial));
@@ -213,9 +218,11 @@ json_object prefetch_record(kito_user_context const& context)
         auto const& [offset, name] = string;
         return file_json(e, offset, name);
     };
+    std::vector<std::size_t> volumes(e.volume_paths.size());
+    for (std::size_t i = 0; i < volumes.size(); ++i) volumes[i] = i;
     auto const volume = [&e](std::size_t i) { return volume_json(e, i); };
     record.raw("files", json_array(e.file_strings, file));
-    record.raw("volumes", json_array(std::views::iota(std::size_t{0}, e.volume_paths.size()), volume));
+    record.raw("volumes", json_array(volumes, volume));
     add_examiner_tags(record, context);
     return record;
 }
