@@ -4,10 +4,14 @@
 // Prefetch file). No locale is ever set: case rules touch ASCII letters only.
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
 std::string wide_to_utf8(std::wstring const& wide);
+// UTF-16LE bytes (a trailing odd byte ignored) to the text that wide_to_utf8
+// makes of the same units widened one by one.
+std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes);
 bool utf8_into_wide(std::wstring& wide_result, std::string const& narrow);
 std::wstring utf8_to_wide(std::string const& narrow);
 

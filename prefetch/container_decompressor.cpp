@@ -34,14 +34,20 @@ std::int32_t clamp_size(std::size_t size)
 }
 
 // Copies a match of `count` bytes from `distance` back, with the result of a
-// byte-by-byte copy: where source and destination overlap, the bytes repeat
-// with a period of `distance`. Everything from the source to the destination
-// is then a whole number of periods, so it can be copied on in one piece
-// that doesn't overlap, and each piece doubles the next one.
+// byte-by-byte copy. From 8 bytes back, 8-byte pieces never overlap within
+// themselves and read only bytes already final. Closer, the bytes repeat with
+// a period of `distance`: everything from the source to the destination is
+// then a whole number of periods, so it can be copied on in one piece that
+// doesn't overlap, and each piece doubles the next one.
 void copy_match(std::uint8_t* out, std::uint32_t position, std::uint32_t distance, std::uint32_t count)
 {
     std::uint8_t* dst = out + position;
-    std::uint8_t const* const src = dst - distance;
+    std::uint8_t const* src = dst - distance;
+    if (distance >= 8) {
+        for (; count >= 8; count -= 8, dst += 8, src += 8) std::memcpy(dst, src, 8);
+        while (count-- > 0) *dst++ = *src++;
+        return;
+    }
     if (distance == 1) {
         std::memset(dst, *src, count);
         return;
@@ -52,6 +58,178 @@ void copy_match(std::uint8_t* out, std::uint32_t position, std::uint32_t distanc
         dst += piece;
         count -= piece;
     }
+}
+
+// A table entry: the symbol in the low 9 bits, the length of its code above.
+constexpr unsigned entry_symbol_bits = 9;
+std::uint16_t table_entry(std::uint32_t symbol, std::uint32_t code_length)
+{
+    return static_cast<std::uint16_t>(symbol | code_length << entry_symbol_bits);
+}
+
+// The bit stream of a Huffman block: 16-bit little-endian words from offset
+// 256, each read from its top bit, a word that doesn't lie wholly inside
+// reading as 0. The length escapes of matches are bytes that lie between the
+// words, at the place where the next word would have been read, so that
+// place has to be known exactly: it is where a reader stands that holds 16 to
+// 31 bits (32 before the first bit is used) and adds a word whenever fewer
+// than 16 are left. This reader runs ahead, up to 64 bits, so that a refill
+// is rare; `settle` puts back what it read ahead of that place.
+class block_bit_reader {
+public:
+    block_bit_reader(std::uint8_t const* block, std::int64_t length) : m_block(block), m_end(length)
+    {
+        m_bits = std::uint64_t{word_at(256)} << 48 | std::uint64_t{word_at(258)} << 32;
+    }
+
+    // The top `count` bits (at most 15; at least 16 are always held).
+    std::uint32_t peek(unsigned count) const
+    {
+        return count == 0 ? 0 : static_cast<std::uint32_t>(m_bits >> (64 - count));
+    }
+    void skip(unsigned count)
+    {
+        m_bits <<= count;
+        m_held -= static_cast<int>(count);
+    }
+
+    // Holds at least 49 bits afterwards: enough for a symbol and its offset
+    // bits with 16 to spare.
+    void refill()
+    {
+        if (m_held > 48) return;
+        if (m_next + 8 <= m_end) {
+            std::uint8_t const* at = m_block + m_next;
+            std::uint64_t const words = std::uint64_t{word(at)} << 48 | std::uint64_t{word(at + 2)} << 32
+                                        | std::uint64_t{word(at + 4)} << 16 | word(at + 6);
+            // Bits of a word only partly taken are taken again next time.
+            m_bits |= words >> m_held;
+            int const taken = (64 - m_held) / 16;
+            advance(taken);
+            return;
+        }
+        while (m_held <= 48) {
+            m_bits |= std::uint64_t{word_at(m_next)} << (48 - m_held);
+            advance(1);
+        }
+    }
+
+    // True while the exact place of the stream lies before the end of the
+    // input. Held bits stay at 49 or more, as after `refill`.
+    bool input_left()
+    {
+        if (m_next < m_end) return true;
+        bool const left = settle() < m_end;
+        refill();
+        return left;
+    }
+
+    // Puts back the words read ahead and returns the exact place in the input.
+    std::int64_t settle()
+    {
+        std::uint64_t const used = m_loaded - static_cast<std::uint64_t>(m_held);
+        int const spare = used == 0 ? 16 : static_cast<int>((0 - used) & 15);
+        int const ahead = (m_held - 16 - spare) / 16;
+        m_next -= 2 * ahead;
+        m_loaded -= 16 * static_cast<std::uint64_t>(ahead);
+        m_held = 16 + spare;
+        m_bits &= ~std::uint64_t{0} << (64 - m_held);
+        return m_next;
+    }
+    // After bytes were read at the settled place: the words go on behind them.
+    void resume_at(std::int64_t place) { m_next = place; }
+
+    std::uint32_t word_at(std::int64_t at) const
+    {
+        return at >= 0 && at + 2 <= m_end ? word(m_block + at) : 0;
+    }
+    std::int64_t end() const { return m_end; }
+    std::uint8_t byte_at(std::int64_t at) const { return m_block[at]; }
+
+private:
+    static std::uint32_t word(std::uint8_t const* at) { return static_cast<std::uint32_t>(at[0] | at[1] << 8); }
+    void advance(int words)
+    {
+        m_held += 16 * words;
+        m_next += 2 * words;
+        m_loaded += 16 * static_cast<std::uint64_t>(words);
+    }
+
+    std::uint8_t const* m_block;
+    std::int64_t m_end;
+    std::uint64_t m_bits = 0;
+    int m_held = 32;
+    std::int64_t m_next = 260;
+    std::uint64_t m_loaded = 32; // bits of words taken in, for `settle`
+};
+
+// The length of a match whose length code is 15: a byte, or 255 and a u16,
+// at the stream's place. False when the input ends or the u16 is below 15.
+bool read_long_length(block_bit_reader& bits, std::uint32_t& length)
+{
+    std::int64_t place = bits.settle();
+    if (place >= bits.end()) return false;
+    std::uint32_t const extra = bits.byte_at(place++);
+    if (extra != 255) {
+        length = extra + 15;
+    } else {
+        if (bits.end() - place < 2) return false;
+        length = bits.word_at(place);
+        place += 2;
+        if (length < 15) return false;
+    }
+    bits.resume_at(place);
+    return true;
+}
+
+// Symbols until the block has made 65536 bytes, the input ends, or the output
+// is full but for its last byte: the stream has no end symbol, and the
+// declared size ends it one byte early, so a literal never fills that byte.
+// `out_pos` is where the block begins, and ends where it stopped.
+bool decode_symbols(block_bit_reader& bits, std::uint16_t const* table, std::uint8_t* out, std::uint32_t out_size,
+                    std::uint32_t& out_pos)
+{
+    // The block's 65536 bytes and the output's last byte, as output positions.
+    std::uint64_t const block_end = std::uint64_t{out_pos} + block_output;
+    std::uint64_t const stop = std::min<std::uint64_t>(block_end, out_size - 1u);
+    bool ok = true;
+    for (;;) {
+        bits.refill();
+        if (out_pos >= stop || !bits.input_left()) break;
+        std::uint32_t const entry = table[bits.peek(max_code_bits)];
+        std::uint32_t const symbol = entry & (symbol_count - 1);
+        bits.skip(entry >> entry_symbol_bits);
+        if (symbol < 256) {
+            out[out_pos++] = static_cast<std::uint8_t>(symbol);
+            continue;
+        }
+        // A match: length code in the low four bits, count of offset bits
+        // above them. The length comes first, before any offset bits.
+        std::uint32_t match_length = symbol & 15;
+        if (match_length == 15 && !read_long_length(bits, match_length)) {
+            ok = false;
+            break;
+        }
+        std::uint32_t const to_copy = (match_length + 3) & 0xFFFF;
+        unsigned const offset_bits = (symbol - 256) >> 4;
+        std::uint32_t const distance = (1u << offset_bits) + bits.peek(offset_bits);
+        bits.skip(offset_bits);
+
+        std::uint32_t const copied = std::min(to_copy, out_size - out_pos);
+        bool const ends_block = to_copy > block_end - out_pos;
+        if (copied > 0) {
+            if (distance > out_pos) {
+                ok = false;
+                break;
+            }
+            copy_match(out, out_pos, distance, copied);
+            out_pos += copied;
+        }
+        // A match that runs past the block's 65536 bytes is copied whole and
+        // ends the block there.
+        if (ends_block) break;
+    }
+    return ok;
 }
 
 } // namespace
@@ -171,10 +349,14 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
         for (std::uint32_t symbol = 0; symbol < symbol_count && filled < limit; ++symbol) {
             if (m_code_lengths[symbol] != bits) continue;
             std::size_t const count = std::min(span, limit - filled);
-            std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count,
-                        static_cast<std::uint16_t>(symbol));
+            std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count, table_entry(symbol, bits));
             filled += count;
         }
+    }
+    // An old symbol in the tail takes as many bits as this block's lengths give it.
+    for (std::size_t i = filled; i < limit; ++i) {
+        std::uint32_t const symbol = m_code_table[i] & (symbol_count - 1);
+        m_code_table[i] = table_entry(symbol, m_code_lengths[symbol]);
     }
     // Only a first table can fail: a later deficient one runs on the old tail.
     if (limit > 0 && filled == limit) m_table_ready = true;
@@ -189,83 +371,9 @@ bool container_decompressor::decode_huffman_block(std::size_t& consumed, std::ui
     if (block == nullptr) length = 0;
     if (m_code_table.size() < (std::size_t{1} << max_code_bits) || m_code_lengths.size() < symbol_count)
         return false;
-
-    std::int64_t const end = static_cast<std::int64_t>(length);
-    // 16-bit little-endian words, 0 where a word doesn't lie wholly inside.
-    auto word_at = [block, end](std::int64_t at) -> std::uint32_t {
-        return at >= 0 && at + 2 <= end ? static_cast<std::uint32_t>(block[at] | block[at + 1] << 8) : 0;
-    };
-    std::uint16_t const* const table = m_code_table.data();
-    std::uint16_t const* const lengths = m_code_lengths.data();
-    std::uint8_t* const out = m_output.data();
-    std::uint32_t const out_size = m_output_size;
-
-    // The next bits of the stream stand at the top of a 32-bit buffer, with
-    // `spare` bits loaded beyond the first 16; a word is added whenever that
-    // count drops below zero.
-    std::uint32_t bits = word_at(256) << 16 | word_at(258);
-    std::int64_t position = 260;
-    int spare = 16;
-    auto take_bits = [&](unsigned count) {
-        bits <<= count;
-        spare -= static_cast<int>(count);
-        if (spare < 0) {
-            bits |= word_at(position) << -spare;
-            spare += 16;
-            position += 2;
-        }
-    };
-
-    std::uint32_t out_pos = m_output_pos;
-    std::uint32_t produced = 0;
-    bool ok = true;
-    while (produced < block_output) {
-        // The stream has no end symbol: the declared size ends it, one byte
-        // early, so a literal can never fill the last output byte.
-        if (end - position <= 0 || out_pos >= out_size - 1) break;
-        std::uint32_t const symbol = table[bits >> (32 - max_code_bits)];
-        take_bits(lengths[symbol]);
-        if (symbol < 256) {
-            out[out_pos++] = static_cast<std::uint8_t>(symbol);
-            ++produced;
-            continue;
-        }
-        // A match: length code in the low four bits, count of offset bits
-        // above them. Long lengths escape into the byte stream, which lies
-        // between the bit stream's words.
-        std::uint32_t match_length = symbol & 15;
-        if (match_length == 15) {
-            if (position >= end) { ok = false; break; }
-            std::uint32_t const extra = block[position++];
-            if (extra != 255) {
-                match_length = extra + 15;
-            } else {
-                if (end - position < 2) { ok = false; break; }
-                match_length = word_at(position);
-                position += 2;
-                if (match_length < 15) { ok = false; break; }
-            }
-        }
-        std::uint32_t const to_copy = (match_length + 3) & 0xFFFF;
-        unsigned const offset_bits = (symbol - 256) >> 4;
-        std::uint32_t const distance =
-            (1u << offset_bits) + (offset_bits == 0 ? 0 : bits >> (32 - offset_bits));
-        take_bits(offset_bits);
-
-        std::uint32_t const copied = std::min(to_copy, out_size - out_pos);
-        if (copied > 0) {
-            if (distance > out_pos) { ok = false; break; }
-            copy_match(out, out_pos, distance, copied);
-            out_pos += copied;
-        }
-        // A match that runs past the block's 65536 bytes is copied whole and
-        // ends the block there.
-        if (to_copy > block_output - produced) break;
-        produced += copied;
-    }
-    m_output_pos = out_pos;
-    if (!ok) return false;
-    consumed = static_cast<std::size_t>(position);
+    block_bit_reader bits(block, static_cast<std::int64_t>(length));
+    if (!decode_symbols(bits, m_code_table.data(), m_output.data(), m_output_size, m_output_pos)) return false;
+    consumed = static_cast<std::size_t>(bits.settle());
     return true;
 }
 

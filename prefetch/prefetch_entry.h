@@ -3,12 +3,11 @@
 // gone by the time a writer runs: everything a report shows stands here.
 #include <array>
 #include <cstdint>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
-using offset_string_map = std::map<std::uint64_t, std::string>;
+#include "prefetch/offset_string_map.h"
 
 struct prefetch_entry {
     std::uint32_t run_count = 0;
