@@ -4,6 +4,7 @@
 #include "prefetch/byte_reader.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -34,30 +35,30 @@ std::int32_t clamp_size(std::size_t size)
 }
 
 // Copies a match of `count` bytes from `distance` back, with the result of a
-// byte-by-byte copy. From 8 bytes back, 8-byte pieces never overlap within
-// themselves and read only bytes already final. Closer, the bytes repeat with
-// a period of `distance`: everything from the source to the destination is
-// then a whole number of periods, so it can be copied on in one piece that
-// doesn't overlap, and each piece doubles the next one.
+// byte-by-byte copy, 8 bytes at a time. From 8 bytes back, an 8-byte piece
+// never overlaps itself and reads only bytes already final. Closer, the bytes
+// repeat with a period of `distance`: once the first bytes are copied one by
+// one, a whole number of periods spans 8 bytes, and the copy goes on from
+// that many bytes back.
 void copy_match(std::uint8_t* out, std::uint32_t position, std::uint32_t distance, std::uint32_t count)
 {
     std::uint8_t* dst = out + position;
-    std::uint8_t const* src = dst - distance;
-    if (distance >= 8) {
-        for (; count >= 8; count -= 8, dst += 8, src += 8) std::memcpy(dst, src, 8);
-        while (count-- > 0) *dst++ = *src++;
-        return;
-    }
     if (distance == 1) {
-        std::memset(dst, *src, count);
+        std::memset(dst, dst[-1], count);
         return;
     }
-    while (count > 0) {
-        std::uint32_t const piece = std::min(count, static_cast<std::uint32_t>(dst - src));
-        std::memcpy(dst, src, piece);
-        dst += piece;
-        count -= piece;
+    if (distance < 8) {
+        std::uint32_t const periods = (8 + distance - 1) / distance * distance;
+        std::uint32_t const head = std::min(count, periods - distance);
+        std::uint8_t const* const from = dst - distance;
+        for (std::uint32_t i = 0; i < head; ++i) dst[i] = from[i];
+        dst += head;
+        count -= head;
+        distance = periods;
     }
+    std::uint8_t const* src = dst - distance;
+    for (; count >= 8; count -= 8, dst += 8, src += 8) std::memcpy(dst, src, 8);
+    while (count-- > 0) *dst++ = *src++;
 }
 
 // A table entry: the symbol in the low 9 bits, the length of its code above.
@@ -66,6 +67,29 @@ std::uint16_t table_entry(std::uint32_t symbol, std::uint32_t code_length)
 {
     return static_cast<std::uint16_t>(symbol | code_length << entry_symbol_bits);
 }
+
+// The symbols that have a code, shorter codes first and by symbol within a
+// length: a counting sort of the 512 lengths.
+struct canonical_order {
+    std::array<std::uint16_t, symbol_count> symbols{};
+    std::size_t count = 0;
+
+    explicit canonical_order(std::vector<std::uint16_t> const& lengths)
+    {
+        std::array<std::uint32_t, max_code_bits + 1> per_length{};
+        for (std::uint16_t length : lengths) ++per_length[length & max_code_bits];
+        std::array<std::uint32_t, max_code_bits + 1> next{};
+        for (unsigned length = 1; length <= max_code_bits; ++length) {
+            next[length] = static_cast<std::uint32_t>(count);
+            count += per_length[length];
+        }
+        for (std::uint32_t symbol = 0; symbol < lengths.size() && symbol < symbol_count; ++symbol)
+            if (std::uint16_t const length = lengths[symbol] & max_code_bits; length != 0)
+                symbols[next[length]++] = static_cast<std::uint16_t>(symbol);
+    }
+    std::uint16_t const* begin() const { return symbols.data(); }
+    std::uint16_t const* end() const { return symbols.data() + count; }
+};
 
 // The bit stream of a Huffman block: 16-bit little-endian words from offset
 // 256, each read from its top bit, a word that doesn't lie wholly inside
@@ -344,14 +368,12 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
     // every 15-bit index that begins with its code; an oversubscribed table is
     // cut off at the end, and the symbols behind the cut get nothing.
     std::size_t filled = 0;
-    for (unsigned bits = 1; bits <= max_code_bits && filled < limit; ++bits) {
-        std::size_t const span = std::size_t{1} << (max_code_bits - bits);
-        for (std::uint32_t symbol = 0; symbol < symbol_count && filled < limit; ++symbol) {
-            if (m_code_lengths[symbol] != bits) continue;
-            std::size_t const count = std::min(span, limit - filled);
-            std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count, table_entry(symbol, bits));
-            filled += count;
-        }
+    for (std::uint16_t const symbol : canonical_order(m_code_lengths)) {
+        if (filled >= limit) break;
+        unsigned const bits = m_code_lengths[symbol];
+        std::size_t const count = std::min(std::size_t{1} << (max_code_bits - bits), limit - filled);
+        std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count, table_entry(symbol, bits));
+        filled += count;
     }
     // An old symbol in the tail takes as many bits as this block's lengths give it.
     for (std::size_t i = filled; i < limit; ++i) {
