@@ -68,6 +68,36 @@ std::uint16_t table_entry(std::uint32_t symbol, std::uint32_t code_length)
     return static_cast<std::uint16_t>(symbol | code_length << entry_symbol_bits);
 }
 
+// The direct table of 32768 entries doesn't fit the processor's first-level
+// cache, and each symbol waits for its lookup before the next one can start.
+// So the first 11 bits index a small table first: where all 16 entries of the
+// direct table under those bits are the same, it holds that entry, and
+// otherwise a mark that sends the lookup on to the direct table. It is made
+// from the direct table, so both always give the same symbol.
+constexpr unsigned fast_bits = 11;
+constexpr std::uint16_t see_direct_table = 0x8000;
+
+void build_fast_table(std::uint16_t const* direct, std::uint16_t* fast)
+{
+    constexpr std::size_t group = std::size_t{1} << (max_code_bits - fast_bits);
+    for (std::size_t i = 0; i < (std::size_t{1} << fast_bits); ++i) {
+        std::uint16_t const* const entries = direct + i * group;
+        bool const same = std::all_of(entries, entries + group, [entries](std::uint16_t e) { return e == entries[0]; });
+        fast[i] = same ? entries[0] : see_direct_table;
+    }
+}
+
+struct code_tables {
+    std::uint16_t const* fast;
+    std::uint16_t const* direct;
+
+    std::uint32_t entry(std::uint32_t next_15_bits) const
+    {
+        std::uint32_t const entry = fast[next_15_bits >> (max_code_bits - fast_bits)];
+        return entry != see_direct_table ? entry : direct[next_15_bits];
+    }
+};
+
 // The symbols that have a code, shorter codes first and by symbol within a
 // length: a counting sort of the 512 lengths.
 struct canonical_order {
@@ -209,10 +239,17 @@ bool read_long_length(block_bit_reader& bits, std::uint32_t& length)
 // Symbols until the block has made 65536 bytes, the input ends, or the output
 // is full but for its last byte: the stream has no end symbol, and the
 // declared size ends it one byte early, so a literal never fills that byte.
-// `out_pos` is where the block begins, and ends where it stopped.
-bool decode_symbols(block_bit_reader& bits, std::uint16_t const* table, std::uint8_t* out, std::uint32_t out_size,
-                    std::uint32_t& out_pos)
+// `position` is where the block's output begins, and ends where it stopped,
+// also when the block failed; `consumed` is the input the block took.
+bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std::uint32_t out_size,
+                    std::uint32_t& position, std::size_t& consumed)
 {
+    // Reader and position are local, so that they can stay in registers:
+    // the compiler must assume that a store of an output byte could change
+    // anything else.
+    block_bit_reader bits(block.data, static_cast<std::int64_t>(block.size));
+    std::uint32_t out_pos = position;
+    std::uint32_t written_ahead = 0;
     // The block's 65536 bytes and the output's last byte, as output positions.
     std::uint64_t const block_end = std::uint64_t{out_pos} + block_output;
     std::uint64_t const stop = std::min<std::uint64_t>(block_end, out_size - 1u);
@@ -220,7 +257,7 @@ bool decode_symbols(block_bit_reader& bits, std::uint16_t const* table, std::uin
     for (;;) {
         bits.refill();
         if (out_pos >= stop || !bits.input_left()) break;
-        std::uint32_t const entry = table[bits.peek(max_code_bits)];
+        std::uint32_t const entry = tables.entry(bits.peek(max_code_bits));
         std::uint32_t const symbol = entry & (symbol_count - 1);
         bits.skip(entry >> entry_symbol_bits);
         if (symbol < 256) {
@@ -246,13 +283,26 @@ bool decode_symbols(block_bit_reader& bits, std::uint16_t const* table, std::uin
                 ok = false;
                 break;
             }
-            copy_match(out, out_pos, distance, copied);
+            if (distance >= 8 && copied <= 16 && out_size - out_pos >= 16) {
+                // Most matches: two 8-byte pieces, whatever the length. Bytes
+                // beyond the match are written before their time; they are
+                // written again in order, or zeroed when the block stops.
+                std::memcpy(out + out_pos, out + out_pos - distance, 8);
+                std::memcpy(out + out_pos + 8, out + out_pos + 8 - distance, 8);
+                written_ahead = std::max(written_ahead, out_pos + 16);
+            } else {
+                copy_match(out, out_pos, distance, copied);
+            }
             out_pos += copied;
         }
         // A match that runs past the block's 65536 bytes is copied whole and
         // ends the block there.
         if (ends_block) break;
     }
+    // Nothing not produced may stay behind: those bytes read as zero.
+    if (written_ahead > out_pos) std::memset(out + out_pos, 0, written_ahead - out_pos);
+    position = out_pos;
+    if (ok) consumed = static_cast<std::size_t>(bits.settle());
     return ok;
 }
 
@@ -380,6 +430,10 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
         std::uint32_t const symbol = m_code_table[i] & (symbol_count - 1);
         m_code_table[i] = table_entry(symbol, m_code_lengths[symbol]);
     }
+    if (limit == std::size_t{1} << max_code_bits) {
+        m_fast_table.resize(std::size_t{1} << fast_bits);
+        build_fast_table(m_code_table.data(), m_fast_table.data());
+    }
     // Only a first table can fail: a later deficient one runs on the old tail.
     if (limit > 0 && filled == limit) m_table_ready = true;
     return m_table_ready;
@@ -391,12 +445,11 @@ bool container_decompressor::decode_huffman_block(std::size_t& consumed, std::ui
     consumed = 0;
     if (!build_code_table(block, length)) return false;
     if (block == nullptr) length = 0;
-    if (m_code_table.size() < (std::size_t{1} << max_code_bits) || m_code_lengths.size() < symbol_count)
+    if (m_code_table.size() < (std::size_t{1} << max_code_bits) || m_code_lengths.size() < symbol_count
+        || m_fast_table.size() < (std::size_t{1} << fast_bits))
         return false;
-    block_bit_reader bits(block, static_cast<std::int64_t>(length));
-    if (!decode_symbols(bits, m_code_table.data(), m_output.data(), m_output_size, m_output_pos)) return false;
-    consumed = static_cast<std::size_t>(bits.settle());
-    return true;
+    code_tables const tables{m_fast_table.data(), m_code_table.data()};
+    return decode_symbols(byte_view{block, length}, tables, m_output.data(), m_output_size, m_output_pos, consumed);
 }
 
 std::size_t container_decompressor::decode_plain_xpress(std::uint8_t const* data, std::int32_t size)
