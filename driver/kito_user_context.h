@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "driver/cmd_params.h"
+#include "prefetch/decode_buffers.h"
 #include "prefetch/prefetch_entry.h"
 #include "reports/field_output.h"
 
@@ -24,6 +25,7 @@ public:
     std::string m_volume_root;
 
     prefetch_entry m_entry;
+    decode_buffers m_buffers;
 
     // Report state: the columns of the delimited table, fixed by the first file.
     std::vector<field_cell> m_column_list;

@@ -334,6 +334,22 @@ std::uint32_t detect_container(std::uint32_t& output_size, std::vector<std::uint
 
 container_decompressor::container_decompressor() : m_table_size(32768) {}
 
+// Only a table of the first block that fills completely is used, so what an
+// earlier container left in the table never shows.
+void container_decompressor::reset()
+{
+    m_kind = 0;
+    m_output_size = 0;
+    m_output.clear();
+    m_output_pos = 0;
+    m_table_ready = false;
+}
+
+void container_decompressor::trim(std::size_t kept)
+{
+    if (m_output.capacity() > kept) m_output = {};
+}
+
 bool container_decompressor::decompress_container(std::vector<std::uint8_t> const& data)
 {
     if (data.empty()) return false;

@@ -20,6 +20,10 @@ class container_decompressor {
 public:
     container_decompressor();
 
+    // Makes the object fresh for another container, keeping its storage.
+    void reset();
+    // Frees an output buffer larger than `kept` bytes.
+    void trim(std::size_t kept);
     bool decompress_container(std::uint8_t const* data, std::int32_t size);
     bool decompress_container(std::vector<std::uint8_t> const& data);
     bool write_output_file(std::string const& path);

@@ -16,18 +16,18 @@ namespace {
 // Only the first 16 MiB of an input are decoded; no Prefetch file comes near.
 constexpr std::uint32_t read_limit = 0x1000000;
 
-// Unwraps one container layer, if the bytes begin with one. False when a
-// container is there but yields nothing; `plain` is left empty when there is
-// no container, so the caller keeps its bytes.
-bool unwrap_container(std::uint8_t const* data, std::uint32_t size, std::vector<std::uint8_t>& plain, bool& found)
+// Unwraps one container layer, if the bytes begin with one: data and size
+// then point to its output, which the decompressor keeps. False when a
+// container is there but yields nothing.
+bool unwrap_container(std::uint8_t const*& data, std::uint32_t& size, container_decompressor& decompressor)
 {
     std::uint32_t declared_size = 0;
-    found = detect_container(declared_size, data, static_cast<std::int32_t>(size)) != container_none;
-    if (!found) return true;
-    container_decompressor decompressor;
+    if (detect_container(declared_size, data, static_cast<std::int32_t>(size)) == container_none) return true;
+    decompressor.reset();
     if (!decompressor.decompress_container(data, static_cast<std::int32_t>(size)) || decompressor.output().empty())
         return false;
-    plain = std::move(decompressor.output());
+    data = decompressor.output().data();
+    size = static_cast<std::uint32_t>(decompressor.output().size());
     return true;
 }
 
@@ -56,31 +56,26 @@ bool load_prefetch_file(kito_user_context& context)
 {
     std::string const& path = context.m_file_path;
     std::wstring const wide_path = utf8_to_wide(path);
-    std::vector<std::uint8_t> bytes;
+    decode_buffers& buffers = context.m_buffers;
+    buffers.trim();
+    std::vector<std::uint8_t>& bytes = buffers.file_bytes;
     if (!read_file_prefix(path, read_limit, bytes) || bytes.empty()) {
         std::fprintf(stderr, "prob reading file %s\n", path.c_str());
         return false;
     }
     if (!read_file_facts(wide_path, context.m_entry)) return false;
 
-    std::vector<std::uint8_t> plain;
-    bool found = false;
-    if (!unwrap_container(bytes.data(), static_cast<std::uint32_t>(bytes.size()), plain, found)) return false;
-    if (found) bytes = std::move(plain);
-    return decode_prefetch_buffer(bytes.data(), static_cast<std::uint32_t>(bytes.size()), context);
+    std::uint8_t const* data = bytes.data();
+    auto size = static_cast<std::uint32_t>(bytes.size());
+    if (!unwrap_container(data, size, buffers.outer)) return false;
+    return decode_prefetch_buffer(data, size, context);
 }
 
 bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_user_context& context)
 {
     // A container may hold another; this second layer is the last one
     // unwrapped, so a third is left as it is and refused below.
-    std::vector<std::uint8_t> plain;
-    bool found = false;
-    if (!unwrap_container(data, size, plain, found)) return false;
-    if (found) {
-        data = plain.data();
-        size = static_cast<std::uint32_t>(plain.size());
-    }
+    if (!unwrap_container(data, size, context.m_buffers.inner)) return false;
     if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return false;
 
     prefetch_entry& entry = context.m_entry;
