@@ -70,22 +70,12 @@ std::uint16_t table_entry(std::uint32_t symbol, std::uint32_t code_length)
 
 // The direct table of 32768 entries doesn't fit the processor's first-level
 // cache, and each symbol waits for its lookup before the next one can start.
-// So the first 11 bits index a small table first: where all 16 entries of the
-// direct table under those bits are the same, it holds that entry, and
-// otherwise a mark that sends the lookup on to the direct table. It is made
-// from the direct table, so both always give the same symbol.
+// So the first 11 bits index a small table first. Sending a lookup on to the
+// direct table is always right; a code of up to 11 bits owns whole groups of
+// 16 entries under 11-bit indexes, and there the small table holds its entry.
 constexpr unsigned fast_bits = 11;
+constexpr unsigned fast_group_bits = max_code_bits - fast_bits;
 constexpr std::uint16_t see_direct_table = 0x8000;
-
-void build_fast_table(std::uint16_t const* direct, std::uint16_t* fast)
-{
-    constexpr std::size_t group = std::size_t{1} << (max_code_bits - fast_bits);
-    for (std::size_t i = 0; i < (std::size_t{1} << fast_bits); ++i) {
-        std::uint16_t const* const entries = direct + i * group;
-        bool const same = std::all_of(entries, entries + group, [entries](std::uint16_t e) { return e == entries[0]; });
-        fast[i] = same ? entries[0] : see_direct_table;
-    }
-}
 
 struct code_tables {
     std::uint16_t const* fast;
@@ -93,7 +83,7 @@ struct code_tables {
 
     std::uint32_t entry(std::uint32_t next_15_bits) const
     {
-        std::uint32_t const entry = fast[next_15_bits >> (max_code_bits - fast_bits)];
+        std::uint32_t const entry = fast[next_15_bits >> fast_group_bits];
         return entry != see_direct_table ? entry : direct[next_15_bits];
     }
 };
@@ -430,6 +420,7 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
     // Entries beyond what this table fills keep the previous block's symbols.
     m_code_table.resize(static_cast<std::size_t>(std::max(m_table_size, 0)));
     std::size_t const limit = m_code_table.size();
+    m_fast_table.assign(std::size_t{1} << fast_bits, see_direct_table);
     // Canonical order: shorter codes first, then by symbol. Each symbol owns
     // every 15-bit index that begins with its code; an oversubscribed table is
     // cut off at the end, and the symbols behind the cut get nothing.
@@ -438,17 +429,18 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
         if (filled >= limit) break;
         unsigned const bits = m_code_lengths[symbol];
         std::size_t const count = std::min(std::size_t{1} << (max_code_bits - bits), limit - filled);
-        std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count, table_entry(symbol, bits));
+        std::uint16_t const entry = table_entry(symbol, bits);
+        std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count, entry);
+        // Shorter codes all came first, so this one starts on a whole group.
+        if (bits <= fast_bits)
+            std::fill_n(m_fast_table.begin() + static_cast<std::ptrdiff_t>(filled >> fast_group_bits),
+                        count >> fast_group_bits, entry);
         filled += count;
     }
     // An old symbol in the tail takes as many bits as this block's lengths give it.
     for (std::size_t i = filled; i < limit; ++i) {
         std::uint32_t const symbol = m_code_table[i] & (symbol_count - 1);
         m_code_table[i] = table_entry(symbol, m_code_lengths[symbol]);
-    }
-    if (limit == std::size_t{1} << max_code_bits) {
-        m_fast_table.resize(std::size_t{1} << fast_bits);
-        build_fast_table(m_code_table.data(), m_fast_table.data());
     }
     // Only a first table can fail: a later deficient one runs on the old tail.
     if (limit > 0 && filled == limit) m_table_ready = true;
