@@ -1,6 +1,8 @@
 #include "foundation/vlm_string.h"
 
+#include <bit>
 #include <cstdio>
+#include <cstring>
 #include <locale>
 #include <new>
 
@@ -90,10 +92,34 @@ std::string wide_to_utf8(std::wstring const& wide) {
 }
 
 // The same encoding straight from the file's bytes: each unit is one element.
+// The names in a Prefetch file are nearly always ASCII, one byte a unit.
 std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes) {
-    return encode_utf8(bytes.size() / 2, [bytes](std::size_t i) {
-        return static_cast<std::uint32_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
-    });
+    std::size_t const units = bytes.size() / 2;
+    // Four units at a time, read as one word: any bit above the low seven of
+    // a unit makes the text other than ASCII.
+    constexpr std::uint64_t above_ascii =
+        std::endian::native == std::endian::little ? 0xFF80FF80FF80FF80ULL : 0x80FF80FF80FF80FFULL;
+    std::uint64_t seen = 0;
+    std::size_t at = 0;
+    for (; at + 4 <= units; at += 4) {
+        std::uint64_t four = 0;
+        std::memcpy(&four, bytes.data() + 2 * at, 8);
+        seen |= four & above_ascii;
+    }
+    for (; at < units; ++at) seen |= (bytes[2 * at] | bytes[2 * at + 1] << 8) & 0xFF80u;
+    if (seen != 0) {
+        return encode_utf8(units, [bytes](std::size_t i) {
+            return static_cast<std::uint32_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
+        });
+    }
+    std::string out;
+    try {
+        out.resize(units);
+    } catch (std::bad_alloc const&) {
+        return std::string();
+    }
+    for (std::size_t i = 0; i < units; ++i) out[i] = static_cast<char>(bytes[2 * i]);
+    return out;
 }
 
 // Structure is checked, nothing else: overlong forms, surrogates and values

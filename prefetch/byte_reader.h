@@ -58,12 +58,10 @@ inline byte_view read_units_to_zero(byte_view buf, std::uint64_t offset, bool& t
 {
     terminated = false;
     if (!buf.has(offset, 0)) return byte_view{};
+    // The end of the last whole unit: every unit before it lies inside.
+    std::uint64_t const last = offset + ((buf.size - offset) & ~std::uint64_t{1});
     std::uint64_t end = offset;
-    for (; buf.has(end, 2); end += 2) {
-        if ((buf.data[end] | buf.data[end + 1]) == 0) {
-            terminated = true;
-            break;
-        }
-    }
+    while (end < last && (buf.data[end] | buf.data[end + 1]) != 0) end += 2;
+    terminated = end < last;
     return byte_view{buf.data + offset, static_cast<std::size_t>(end - offset)};
 }

@@ -124,9 +124,12 @@ bool decode_volume(prefetch_entry& entry, byte_view buf, std::uint32_t volumes_o
 }
 
 // The strings that decode_file_strings will take, so that room for all of
-// them is made at once.
+// them is made at once: as many as metrics_count says where the units could
+// hold them, otherwise counted.
 std::size_t count_strings(byte_view buf, std::uint64_t pos, std::uint32_t metrics_count)
 {
+    std::uint64_t const units = pos < buf.size ? (buf.size - pos) / 2 : 0;
+    if (metrics_count != 0 && metrics_count <= units) return metrics_count;
     std::size_t count = 0;
     for (bool terminated = true; terminated && count != metrics_count;) {
         read_terminated_units(buf, pos, terminated);
