@@ -5,23 +5,27 @@
 # files that -decompress_to writes. Standard output and standard error are
 # compared apart, and once more written together into one file, so that their
 # interleaving is compared too. The run header's time line is the one line
-# allowed to differ. Prints each difference; exits 1 if there was any.
+# allowed to differ. Prints each difference; exits 1 if there was any. With -H
+# the file of 8 million empty strings (hostile_strings.sh) is compared too, in
+# the text and -csv -verbose forms (slow with an old build).
 #
-# usage: compare_outputs.sh [-c corpus folder] [-n file count] <old kito> <new kito>
+# usage: compare_outputs.sh [-c corpus folder] [-n file count] [-H] <old kito> <new kito>
 set -eu
 
 here=$(cd "$(dirname "$0")" && pwd)
 corpus=${KITO_CORPUS:-$here/../../shared/corpus}
 wanted=10000
-while getopts c:n: option; do
+hostile=no
+while getopts c:n:H option; do
     case $option in
         c) corpus=$OPTARG ;;
         n) wanted=$OPTARG ;;
+        H) hostile=yes ;;
         *) exit 2 ;;
     esac
 done
 shift $((OPTIND - 1))
-[ $# -eq 2 ] || { echo "usage: compare_outputs.sh [-c corpus] [-n count] <old kito> <new kito>" >&2; exit 2; }
+[ $# -eq 2 ] || { echo "usage: compare_outputs.sh [-c corpus] [-n count] [-H] <old kito> <new kito>" >&2; exit 2; }
 old=$(realpath "$1")
 new=$(realpath "$2")
 for kito in "$old" "$new"; do [ -x "$kito" ] || { echo "not executable: $kito" >&2; exit 1; }; done
@@ -94,6 +98,12 @@ while read -r file; do
         check "$(basename "$file") ${form:-text}" /dev/null "$file" $form
     done
 done < "$work/synthetic/list"
+
+if [ "$hostile" = yes ]; then
+    "$here/hostile_strings.sh" "$work/hostile.pf"
+    check "hostile strings text" /dev/null "$work/hostile.pf"
+    check "hostile strings -csv -verbose" /dev/null "$work/hostile.pf" -csv -verbose
+fi
 
 # The unpacked containers, one at a time and as a batch.
 unpacked() {

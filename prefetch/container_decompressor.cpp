@@ -35,30 +35,24 @@ std::int32_t clamp_size(std::size_t size)
 }
 
 // Copies a match of `count` bytes from `distance` back, with the result of a
-// byte-by-byte copy, 8 bytes at a time. From 8 bytes back, an 8-byte piece
-// never overlaps itself and reads only bytes already final. Closer, the bytes
-// repeat with a period of `distance`: once the first bytes are copied one by
-// one, a whole number of periods spans 8 bytes, and the copy goes on from
-// that many bytes back.
+// byte-by-byte copy: where source and destination overlap, the bytes repeat
+// with a period of `distance`. Everything from the source to the destination
+// is then a whole number of periods, so it can be copied on in one piece
+// that doesn't overlap, and each piece doubles the next one.
 void copy_match(std::uint8_t* out, std::uint32_t position, std::uint32_t distance, std::uint32_t count)
 {
     std::uint8_t* dst = out + position;
+    std::uint8_t const* const src = dst - distance;
     if (distance == 1) {
-        std::memset(dst, dst[-1], count);
+        std::memset(dst, *src, count);
         return;
     }
-    if (distance < 8) {
-        std::uint32_t const periods = (8 + distance - 1) / distance * distance;
-        std::uint32_t const head = std::min(count, periods - distance);
-        std::uint8_t const* const from = dst - distance;
-        for (std::uint32_t i = 0; i < head; ++i) dst[i] = from[i];
-        dst += head;
-        count -= head;
-        distance = periods;
+    while (count > 0) {
+        std::uint32_t const piece = std::min(count, static_cast<std::uint32_t>(dst - src));
+        std::memcpy(dst, src, piece);
+        dst += piece;
+        count -= piece;
     }
-    std::uint8_t const* src = dst - distance;
-    for (; count >= 8; count -= 8, dst += 8, src += 8) std::memcpy(dst, src, 8);
-    while (count-- > 0) *dst++ = *src++;
 }
 
 // A table entry: the symbol in the low 9 bits, the length of its code above.
