@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "driver/cmd_params.h"
+#include "prefetch/decode_buffers.h"
 #include "prefetch/prefetch_entry.h"
 #include "reports/field_output.h"
 
@@ -27,6 +28,7 @@ public:
     // Input files handed to the decoder in this run, and those reported.
     std::uint64_t m_files_handled = 0;
     std::uint64_t m_files_reported = 0;
+    decode_buffers m_buffers;
 
     // Report state: the columns of the delimited table, fixed by the first file.
     std::vector<field_cell> m_column_list;

@@ -46,27 +46,26 @@ int run_mode(kito_user_context& context, arg_list const& list, std::ostream& res
 
 // A report that did not reach its stream is never a success: the failure is
 // told once, by the stream's name, and turns the status to -1.
-int finish_results(std::ostream& results, uni::fileio& results_file, std::string const& results_path, int status)
+int lost_results(std::string const& name)
 {
-    bool const written = results.good()
-                         && (results_path.empty() ? std::cout.flush() && std::fflush(stdout) == 0 && !std::ferror(stdout)
-                                                  : results_file.finish_output());
-    // The stream is the file's own: it goes with the close.
-    results_file.close();
-    if (written) return status;
-    std::fprintf(stderr, "prob writing results to %s\n",
-                 results_path.empty() ? "standard output" : results_path.c_str());
+    std::fprintf(stderr, "prob writing results to %s\n", name.c_str());
     return -1;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+// The results file is finished before the end-of-run chores; standard
+// output goes out after them, as it always has at exit, and is checked there.
+int finish_results_file(std::ostream& results, uni::fileio& results_file, std::string const& results_path, int status)
 {
-    if (argc < 1) std::exit(-1);
-    arg_list list;
-    for (int i = 0; i < argc; ++i) list.emplace_back(argv[i] != nullptr ? argv[i] : "");
+    bool const written = results.good() && results_file.finish_output();
+    // The stream is the file's own: it goes with the close.
+    results_file.close();
+    return written ? status : lost_results(results_path);
+}
 
+bool standard_output_written() { return std::cout.flush() && std::fflush(stdout) == 0 && !std::ferror(stdout); }
+
+int run(arg_list& list)
+{
     // Destroyed last, so its chores follow the close of the results file and
     // of the diagnostics log.
     run_statistics statistics;
@@ -82,13 +81,13 @@ int main(int argc, char** argv)
     build_run_header(header, list, context.m_run_started);
     arg_list const given = list;
 
-    uni::fileio results_file;
     if (!parse_tool_options(context, list, kito_version)) {
         std::cout << header.str() << '\n';
-        return finish_results(std::cout, results_file, "", -1);
+        return -1;
     }
     start_run_statistics(statistics, context, [](std::string const*) { return 0; });
 
+    uni::fileio results_file;
     std::ostream* results = &std::cout;
     if (!context.m_results_path.empty()) {
         // Never truncate a Prefetch file or a container, also one reached through a link.
@@ -104,5 +103,19 @@ int main(int argc, char** argv)
     else *results << header.str() << '\n';
     int const status = run_mode(context, list, *results);
     if (context.m_fmt_json) write_json_summary(*results, context.m_files_handled, context.m_files_reported);
-    return finish_results(*results, results_file, context.m_results_path, status);
+    if (context.m_results_path.empty()) return status;
+    return finish_results_file(*results, results_file, context.m_results_path, status);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 1) std::exit(-1);
+    arg_list list;
+    for (int i = 0; i < argc; ++i) list.emplace_back(argv[i] != nullptr ? argv[i] : "");
+    int const status = run(list);
+    // Whatever standard output still holds goes out now; if it or anything
+    // before it could not, the report is lost.
+    return standard_output_written() ? status : lost_results("standard output");
 }

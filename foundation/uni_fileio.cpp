@@ -16,6 +16,8 @@ constexpr std::size_t results_area_size = 0x40000;
 // Files under /proc report no end; they are read up to this many bytes.
 constexpr std::uint64_t proc_file_size = 0x40000;
 constexpr std::size_t read_chunk = 0x10000000;
+// The descriptor's offset after a write that failed part way.
+constexpr std::uint64_t unknown_position = UINT64_MAX;
 
 bool is_separator(char c) { return c == '/' || c == '\\'; }
 
@@ -66,7 +68,11 @@ bool fileio::open_narrow(std::string path, bool write, bool truncate)
     m_writable = write;
     m_is_open = true;
     m_is_directory = S_ISDIR(info.st_mode);
-    measure_size();
+    m_position = 0;
+    // A regular file's size is the fstat's answer; seeking is for the rest
+    // (devices, and the files under /proc, which all read as empty).
+    if (S_ISREG(info.st_mode) && info.st_size > 0) m_size = static_cast<std::uint64_t>(info.st_size);
+    else measure_size();
     return true;
 }
 
@@ -101,7 +107,9 @@ bool fileio::read(std::vector<std::uint8_t>& out, std::int64_t count, std::uint6
     // A folder opens, but has no bytes to give. Its end as the file system
     // reports it can be huge (ext4 answers 2^63 - 1): allocate nothing for it.
     if (m_is_directory) return false;
-    off_t at = ::lseek(m_descriptor, static_cast<off_t>(offset), SEEK_SET);
+    // Reads follow each other through a file; seek only to go elsewhere.
+    off_t at = static_cast<off_t>(offset);
+    if (offset != m_position) at = ::lseek(m_descriptor, at, SEEK_SET);
     if (at < 0) return false;
     std::uint64_t length = std::min<std::uint64_t>(m_size - static_cast<std::uint64_t>(at), wanted);
     try {
@@ -117,6 +125,7 @@ bool fileio::read(std::vector<std::uint8_t>& out, std::int64_t count, std::uint6
         if (got < 1) break;
         done += static_cast<std::uint64_t>(got);
     }
+    m_position = static_cast<std::uint64_t>(at) + done;
     // A short read keeps what arrived; when nothing did, the zeroes stay.
     if (done > 0 && done < length) out.resize(done);
     return true;
@@ -132,6 +141,7 @@ bool fileio::append(std::uint8_t const* data, std::uint32_t count)
         return true;
     }
     // Every write goes to the end, so the file only ever grows.
+    m_position = unknown_position;
     if (::lseek(m_descriptor, 0, SEEK_END) < 0) return false;
     std::uint32_t done = 0;
     while (done < count) {
@@ -140,7 +150,7 @@ bool fileio::append(std::uint8_t const* data, std::uint32_t count)
         done += static_cast<std::uint32_t>(put);
     }
     off_t end = ::lseek(m_descriptor, 0, SEEK_END);
-    if (end >= 0) m_size = static_cast<std::uint64_t>(end);
+    if (end >= 0) m_size = m_position = static_cast<std::uint64_t>(end);
     return true;
 }
 

@@ -1,6 +1,8 @@
 #include "foundation/vlm_string.h"
 
+#include <bit>
 #include <cstdio>
+#include <cstring>
 #include <locale>
 #include <new>
 
@@ -33,38 +35,90 @@ void strip_end(std::wstring& text, wchar_t c) {
     while (!text.empty() && text.back() == c) text.pop_back();
 }
 
-} // namespace
-
 // Elements are encoded by range alone. Text read from a Prefetch file holds
 // UTF-16 units, so a surrogate pair comes out as two three-byte forms: that is
 // what the file holds, and reports show it unaltered.
-std::string wide_to_utf8(std::wstring const& wide) {
+std::size_t utf8_length(std::uint32_t v) { return v <= 0x7F ? 1 : v <= 0x7FF ? 2 : v <= 0xFFFF ? 3 : v <= 0x10FFFF ? 4 : 0; }
+
+char* put_utf8(char* out, std::uint32_t v) {
+    switch (utf8_length(v)) {
+    case 1: *out++ = static_cast<char>(v); break;
+    case 2:
+        *out++ = static_cast<char>(0xC0 | (v >> 6));
+        *out++ = static_cast<char>(0x80 | (v & 0x3F));
+        break;
+    case 3:
+        *out++ = static_cast<char>(0xE0 | (v >> 12));
+        *out++ = static_cast<char>(0x80 | ((v >> 6) & 0x3F));
+        *out++ = static_cast<char>(0x80 | (v & 0x3F));
+        break;
+    default:
+        *out++ = static_cast<char>(0xF0 | (v >> 18));
+        *out++ = static_cast<char>(0x80 | ((v >> 12) & 0x3F));
+        *out++ = static_cast<char>(0x80 | ((v >> 6) & 0x3F));
+        *out++ = static_cast<char>(0x80 | (v & 0x3F));
+        break;
+    }
+    return out;
+}
+
+// The UTF-8 form of `count` elements, element(i) giving each: measured first,
+// so the text is allocated once at its size. An element beyond Unicode ends
+// the text, keeping what came before; without memory the text is empty.
+template <typename element_at>
+std::string encode_utf8(std::size_t count, element_at element) {
     std::string out;
     try {
-        out.reserve(wide.size() * 3);
-        for (wchar_t element : wide) {
-            std::uint32_t v = static_cast<std::uint32_t>(element);
-            if (v <= 0x7F) {
-                out.push_back(static_cast<char>(v));
-            } else if (v <= 0x7FF) {
-                out.push_back(static_cast<char>(0xC0 | (v >> 6)));
-                out.push_back(static_cast<char>(0x80 | (v & 0x3F)));
-            } else if (v <= 0xFFFF) {
-                out.push_back(static_cast<char>(0xE0 | (v >> 12)));
-                out.push_back(static_cast<char>(0x80 | ((v >> 6) & 0x3F)));
-                out.push_back(static_cast<char>(0x80 | (v & 0x3F)));
-            } else if (v <= 0x10FFFF) {
-                out.push_back(static_cast<char>(0xF0 | (v >> 18)));
-                out.push_back(static_cast<char>(0x80 | ((v >> 12) & 0x3F)));
-                out.push_back(static_cast<char>(0x80 | ((v >> 6) & 0x3F)));
-                out.push_back(static_cast<char>(0x80 | (v & 0x3F)));
-            } else {
-                break; // beyond Unicode: keep what came before
-            }
+        std::size_t length = 0;
+        std::size_t taken = 0;
+        for (; taken < count; ++taken) {
+            std::size_t const bytes = utf8_length(element(taken));
+            if (bytes == 0) break;
+            length += bytes;
         }
+        out.resize(length);
+        char* at = out.data();
+        for (std::size_t i = 0; i < taken; ++i) at = put_utf8(at, element(i));
     } catch (std::bad_alloc const&) {
         return std::string();
     }
+    return out;
+}
+
+} // namespace
+
+std::string wide_to_utf8(std::wstring const& wide) {
+    return encode_utf8(wide.size(), [&wide](std::size_t i) { return static_cast<std::uint32_t>(wide[i]); });
+}
+
+// The same encoding straight from the file's bytes: each unit is one element.
+// The names in a Prefetch file are nearly always ASCII, one byte a unit.
+std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes) {
+    std::size_t const units = bytes.size() / 2;
+    // Four units at a time, read as one word: any bit above the low seven of
+    // a unit makes the text other than ASCII.
+    constexpr std::uint64_t above_ascii =
+        std::endian::native == std::endian::little ? 0xFF80FF80FF80FF80ULL : 0x80FF80FF80FF80FFULL;
+    std::uint64_t seen = 0;
+    std::size_t at = 0;
+    for (; at + 4 <= units; at += 4) {
+        std::uint64_t four = 0;
+        std::memcpy(&four, bytes.data() + 2 * at, 8);
+        seen |= four & above_ascii;
+    }
+    for (; at < units; ++at) seen |= (bytes[2 * at] | bytes[2 * at + 1] << 8) & 0xFF80u;
+    if (seen != 0) {
+        return encode_utf8(units, [bytes](std::size_t i) {
+            return static_cast<std::uint32_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
+        });
+    }
+    std::string out;
+    try {
+        out.resize(units);
+    } catch (std::bad_alloc const&) {
+        return std::string();
+    }
+    for (std::size_t i = 0; i < units; ++i) out[i] = static_cast<char>(bytes[2 * i]);
     return out;
 }
 

@@ -4,6 +4,7 @@
 // Prefetch file). No locale is ever set: case rules touch ASCII letters only.
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,9 @@
 // its own three-byte form). Stops at an element above 0x10FFFF, keeping what
 // came before; gives "" if memory runs out.
 std::string wide_to_utf8(std::wstring const& wide);
+// UTF-16LE bytes (a trailing odd byte ignored) to the text that wide_to_utf8
+// makes of the same units widened one by one.
+std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes);
 // Needs UTF-8 whose structure holds (values are not checked); gives one
 // element per character. Fails on empty or broken text, keeping the elements
 // finished before the fault.

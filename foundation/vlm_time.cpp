@@ -169,14 +169,24 @@ bool ticks_to_fields(std::uint64_t ticks, _windows_systemtime& out)
 
 std::int32_t local_utc_offset()
 {
+    // The offset is that of the present moment, which the zone code answers
+    // afresh from /etc/localtime on every call; a report asks for it for every
+    // time it prints. It can change only when the clock's second does.
+    static bool known = false;
+    static std::time_t asked_at = 0;
+    static std::int32_t offset = 0;
     std::time_t const now = std::time(nullptr);
+    if (known && now == asked_at) return offset;
     std::tm local{};
     std::tm utc{};
     localtime_r(&now, &local);
     gmtime_r(&now, &utc);
     // gmtime's record has its daylight flag clear, so in summer this is the
     // zone's standard offset.
-    return static_cast<std::int32_t>(std::mktime(&local) - std::mktime(&utc));
+    offset = static_cast<std::int32_t>(std::mktime(&local) - std::mktime(&utc));
+    asked_at = now;
+    known = true;
+    return offset;
 }
 
 bool unix_to_local_tm(std::int64_t seconds, std::tm& out)

@@ -43,3 +43,25 @@ inline bool read_u64(byte_view buf, std::uint64_t offset, std::uint64_t& out)
     for (int i = 7; i >= 0; --i) out = (out << 8) | buf.data[offset + static_cast<unsigned>(i)];
     return true;
 }
+
+// The `count` bytes from offset, if they lie wholly inside.
+inline bool read_bytes(byte_view buf, std::uint64_t offset, std::uint64_t count, byte_view& out)
+{
+    if (!buf.has(offset, count)) return false;
+    out = byte_view{buf.data + offset, static_cast<std::size_t>(count)};
+    return true;
+}
+
+// The UTF-16LE units from offset up to the first zero unit, as far as whole
+// units lie inside; `terminated` says whether a zero unit ended them.
+inline byte_view read_units_to_zero(byte_view buf, std::uint64_t offset, bool& terminated)
+{
+    terminated = false;
+    if (!buf.has(offset, 0)) return byte_view{};
+    // The end of the last whole unit: every unit before it lies inside.
+    std::uint64_t const last = offset + ((buf.size - offset) & ~std::uint64_t{1});
+    std::uint64_t end = offset;
+    while (end < last && (buf.data[end] | buf.data[end + 1]) != 0) end += 2;
+    terminated = end < last;
+    return byte_view{buf.data + offset, static_cast<std::size_t>(end - offset)};
+}

@@ -4,6 +4,7 @@
 #include "prefetch/byte_reader.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -54,6 +55,371 @@ void copy_match(std::uint8_t* out, std::uint32_t position, std::uint32_t distanc
     }
 }
 
+// A table entry: the symbol in the low 9 bits, the length of its code above.
+constexpr unsigned entry_symbol_bits = 9;
+std::uint16_t table_entry(std::uint32_t symbol, std::uint32_t code_length)
+{
+    return static_cast<std::uint16_t>(symbol | code_length << entry_symbol_bits);
+}
+
+// The direct table of 32768 entries doesn't fit the processor's first-level
+// cache, and each symbol waits for its lookup before the next one can start.
+// So the first 11 bits index a small table first. Sending a lookup on to the
+// direct table is always right; a code of up to 11 bits owns whole groups of
+// 16 entries under 11-bit indexes, and there the small table holds its entry.
+constexpr unsigned fast_bits = 11;
+constexpr unsigned fast_group_bits = max_code_bits - fast_bits;
+constexpr std::uint16_t see_direct_table = 0x8000;
+
+struct code_tables {
+    std::uint16_t const* fast;
+    std::uint16_t const* direct;
+
+    std::uint32_t entry(std::uint32_t next_15_bits) const
+    {
+        std::uint32_t const entry = fast[next_15_bits >> fast_group_bits];
+        return entry != see_direct_table ? entry : direct[next_15_bits];
+    }
+};
+
+// The symbols that have a code, shorter codes first and by symbol within a
+// length: a counting sort of the 512 lengths.
+struct canonical_order {
+    std::array<std::uint16_t, symbol_count> symbols{};
+    std::size_t count = 0;
+
+    explicit canonical_order(std::vector<std::uint16_t> const& lengths)
+    {
+        std::array<std::uint32_t, max_code_bits + 1> per_length{};
+        for (std::uint16_t length : lengths) ++per_length[length & max_code_bits];
+        std::array<std::uint32_t, max_code_bits + 1> next{};
+        for (unsigned length = 1; length <= max_code_bits; ++length) {
+            next[length] = static_cast<std::uint32_t>(count);
+            count += per_length[length];
+        }
+        for (std::uint32_t symbol = 0; symbol < lengths.size() && symbol < symbol_count; ++symbol)
+            if (std::uint16_t const length = lengths[symbol] & max_code_bits; length != 0)
+                symbols[next[length]++] = static_cast<std::uint16_t>(symbol);
+    }
+    std::uint16_t const* begin() const { return symbols.data(); }
+    std::uint16_t const* end() const { return symbols.data() + count; }
+};
+
+// The bit stream of a Huffman block: 16-bit little-endian words from offset
+// 256, each read from its top bit, a word that doesn't lie wholly inside
+// reading as 0. The length escapes of matches are bytes that lie between the
+// words, at the place where the next word would have been read, so that
+// place has to be known exactly: it is where a reader stands that holds 16 to
+// 31 bits (32 before the first bit is used) and adds a word whenever fewer
+// than 16 are left. This reader runs ahead, up to 64 bits, so that a refill
+// is rare; `settle` puts back what it read ahead of that place.
+class block_bit_reader {
+public:
+    block_bit_reader(std::uint8_t const* block, std::int64_t length) : m_block(block), m_end(length)
+    {
+        m_bits = std::uint64_t{word_at(256)} << 48 | std::uint64_t{word_at(258)} << 32;
+    }
+
+    // The top `count` bits (at most 15; at least 16 are always held).
+    std::uint32_t peek(unsigned count) const
+    {
+        return count == 0 ? 0 : static_cast<std::uint32_t>(m_bits >> (64 - count));
+    }
+    void skip(unsigned count)
+    {
+        m_bits <<= count;
+        m_held -= static_cast<int>(count);
+    }
+
+    // Holds at least 49 bits afterwards: enough for a symbol and its offset
+    // bits with 16 to spare.
+    void refill()
+    {
+        if (m_held > 48) return;
+        if (m_next + 8 <= m_end) {
+            std::uint8_t const* at = m_block + m_next;
+            std::uint64_t const words = std::uint64_t{word(at)} << 48 | std::uint64_t{word(at + 2)} << 32
+                                        | std::uint64_t{word(at + 4)} << 16 | word(at + 6);
+            // Bits of a word only partly taken are taken again next time.
+            m_bits |= words >> m_held;
+            int const taken = (64 - m_held) / 16;
+            advance(taken);
+            return;
+        }
+        while (m_held <= 48) {
+            m_bits |= std::uint64_t{word_at(m_next)} << (48 - m_held);
+            advance(1);
+        }
+    }
+
+    // True while the exact place of the stream lies before the end of the
+    // input. Held bits stay at 49 or more, as after `refill`.
+    bool input_left()
+    {
+        if (m_next < m_end) return true;
+        bool const left = settle() < m_end;
+        refill();
+        return left;
+    }
+
+    // Puts back the words read ahead and returns the exact place in the input.
+    std::int64_t settle()
+    {
+        std::uint64_t const used = m_loaded - static_cast<std::uint64_t>(m_held);
+        int const spare = used == 0 ? 16 : static_cast<int>((0 - used) & 15);
+        int const ahead = (m_held - 16 - spare) / 16;
+        m_next -= 2 * ahead;
+        m_loaded -= 16 * static_cast<std::uint64_t>(ahead);
+        m_held = 16 + spare;
+        m_bits &= ~std::uint64_t{0} << (64 - m_held);
+        return m_next;
+    }
+    // After bytes were read at the settled place: the words go on behind them.
+    void resume_at(std::int64_t place) { m_next = place; }
+
+    std::uint32_t word_at(std::int64_t at) const
+    {
+        return at >= 0 && at + 2 <= m_end ? word(m_block + at) : 0;
+    }
+    std::int64_t end() const { return m_end; }
+    std::uint8_t byte_at(std::int64_t at) const { return m_block[at]; }
+
+private:
+    static std::uint32_t word(std::uint8_t const* at) { return static_cast<std::uint32_t>(at[0] | at[1] << 8); }
+    void advance(int words)
+    {
+        m_held += 16 * words;
+        m_next += 2 * words;
+        m_loaded += 16 * static_cast<std::uint64_t>(words);
+    }
+
+    std::uint8_t const* m_block;
+    std::int64_t m_end;
+    std::uint64_t m_bits = 0;
+    int m_held = 32;
+    std::int64_t m_next = 260;
+    std::uint64_t m_loaded = 32; // bits of words taken in, for `settle`
+};
+
+// The length of a match whose length code is 15: a byte, or 255 and a u16,
+// at the stream's place. False when the input ends or the u16 is below 15.
+bool read_long_length(block_bit_reader& bits, std::uint32_t& length)
+{
+    std::int64_t place = bits.settle();
+    if (place >= bits.end()) return false;
+    std::uint32_t const extra = bits.byte_at(place++);
+    if (extra != 255) {
+        length = extra + 15;
+    } else {
+        if (bits.end() - place < 2) return false;
+        length = bits.word_at(place);
+        place += 2;
+        if (length < 15) return false;
+    }
+    bits.resume_at(place);
+    return true;
+}
+
+// Symbols until the block has made 65536 bytes, the input ends, or the output
+// is full but for its last byte: the stream has no end symbol, and the
+// declared size ends it one byte early, so a literal never fills that byte.
+// `position` is where the block's output begins, and ends where it stopped,
+// also when the block failed; `consumed` is the input the block took.
+bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std::uint32_t out_size,
+                    std::uint32_t& position, std::size_t& consumed)
+{
+    // Reader and position are local, so that they can stay in registers:
+    // the compiler must assume that a store of an output byte could change
+    // anything else.
+    block_bit_reader bits(block.data, static_cast<std::int64_t>(block.size));
+    std::uint32_t out_pos = position;
+    std::uint32_t written_ahead = 0;
+    // The block's 65536 bytes and the output's last byte, as output positions.
+    std::uint64_t const block_end = std::uint64_t{out_pos} + block_output;
+    std::uint64_t const stop = std::min<std::uint64_t>(block_end, out_size - 1u);
+    bool ok = true;
+    for (;;) {
+        bits.refill();
+        if (out_pos >= stop || !bits.input_left()) break;
+        std::uint32_t const entry = tables.entry(bits.peek(max_code_bits));
+        std::uint32_t const symbol = entry & (symbol_count - 1);
+        bits.skip(entry >> entry_symbol_bits);
+        if (symbol < 256) {
+            out[out_pos++] = static_cast<std::uint8_t>(symbol);
+            continue;
+        }
+        // A match: length code in the low four bits, count of offset bits
+        // above them. The length comes first, before any offset bits.
+        std::uint32_t match_length = symbol & 15;
+        if (match_length == 15 && !read_long_length(bits, match_length)) {
+            ok = false;
+            break;
+        }
+        std::uint32_t const to_copy = (match_length + 3) & 0xFFFF;
+        unsigned const offset_bits = (symbol - 256) >> 4;
+        std::uint32_t const distance = (1u << offset_bits) + bits.peek(offset_bits);
+        bits.skip(offset_bits);
+
+        std::uint32_t const copied = std::min(to_copy, out_size - out_pos);
+        bool const ends_block = to_copy > block_end - out_pos;
+        if (copied > 0) {
+            if (distance > out_pos) {
+                ok = false;
+                break;
+            }
+            if (distance >= 8 && copied <= 16 && out_size - out_pos >= 16) {
+                // Most matches: two 8-byte pieces, whatever the length. Bytes
+                // beyond the match are written before their time; they are
+                // written again in order, or zeroed when the block stops.
+                std::memcpy(out + out_pos, out + out_pos - distance, 8);
+                std::memcpy(out + out_pos + 8, out + out_pos + 8 - distance, 8);
+                written_ahead = std::max(written_ahead, out_pos + 16);
+            } else {
+                copy_match(out, out_pos, distance, copied);
+            }
+            out_pos += copied;
+        }
+        // A match that runs past the block's 65536 bytes is copied whole and
+        // ends the block there.
+        if (ends_block) break;
+    }
+    // Nothing not produced may stay behind: those bytes read as zero.
+    if (written_ahead > out_pos) std::memset(out + out_pos, 0, written_ahead - out_pos);
+    position = out_pos;
+    if (ok) consumed = static_cast<std::size_t>(bits.settle());
+    return ok;
+}
+
+// The Plain LZ77 stream behind the 32-byte header. Its length is the
+// header's claim, cut to the input; the bytes that are really there bound
+// every read even where that claim says more. Each read is false where the
+// stream ends, and the decoder then stops.
+class plain_reader {
+public:
+    plain_reader(std::uint8_t const* data, std::int32_t size) : m_input_size(size)
+    {
+        std::uint32_t length_word = 0;
+        read_u32(byte_view{data, static_cast<std::size_t>(size)}, 9, length_word);
+        m_length = (static_cast<std::int64_t>(length_word >> 2) + 8) & ~std::int64_t{7};
+        if (m_length > size) m_length = size - xpress_stream_offset;
+        m_available = std::max<std::int64_t>(0, size - xpress_stream_offset);
+        m_stream = m_available > 0 ? data + xpress_stream_offset : nullptr;
+    }
+
+    std::int64_t length() const { return m_length; }
+    std::int64_t position() const { return m_position; }
+    bool more() const { return m_position < m_length; }
+
+    std::size_t copy_stored(std::uint8_t* out) const
+    {
+        std::int64_t const count = std::min(m_length, m_available);
+        if (count > 0) std::memcpy(out, m_stream, static_cast<std::size_t>(count));
+        return static_cast<std::size_t>(std::max<std::int64_t>(count, 0));
+    }
+
+    // Flags come 32 to a little-endian word, used from the top bit down: 0
+    // a literal, 1 a match. A byte of the stream must follow the flag.
+    bool next_flag(bool& is_match)
+    {
+        if (m_flag_count == 0) {
+            if (!inside(m_position, 4)) return false;
+            m_flags = static_cast<std::uint32_t>(m_stream[m_position]) | m_stream[m_position + 1] << 8
+                      | m_stream[m_position + 2] << 16 | static_cast<std::uint32_t>(m_stream[m_position + 3]) << 24;
+            m_position += 4;
+            m_flag_count = 32;
+        }
+        if (!byte_left()) return false;
+        is_match = (m_flags & 0x80000000u) != 0;
+        m_flags <<= 1;
+        --m_flag_count;
+        return true;
+    }
+    std::uint8_t literal() { return m_stream[m_position++]; }
+
+    // The match word: length code in the low three bits, distance less one above.
+    bool read_match(std::uint32_t& length_code, std::uint32_t& offset_code)
+    {
+        if (!inside(m_position, 2)) return false;
+        std::uint32_t const word = m_stream[m_position] | m_stream[m_position + 1] << 8;
+        m_position += 2;
+        length_code = word & 7;
+        offset_code = word >> 3;
+        if (length_code != 7) return true;
+        std::uint32_t extension = 0;
+        if (!read_extension(extension)) return false;
+        length_code = extension + 7;
+        return true;
+    }
+
+private:
+    // Length extensions come in half-bytes: the first uses the low half of a
+    // new byte, the next the high half of that same byte. 0 is never such a
+    // byte's position (a flag word stands there), so it means "none". 15
+    // goes on into a byte, and 255 there into a u16 of the whole length less
+    // 3; values below 22 wrap and come out as that value plus 3 all the same.
+    bool read_extension(std::uint32_t& extension)
+    {
+        if (m_half_byte_at != 0) {
+            if (m_half_byte_at >= m_length) return false;
+            extension = m_stream[m_half_byte_at] >> 4;
+            m_half_byte_at = 0;
+        } else {
+            if (!byte_left()) return false;
+            extension = m_stream[m_position] & 0x0F;
+            m_half_byte_at = m_position++;
+            if (m_position >= m_input_size) return false;
+        }
+        if (extension != 15) return true;
+        if (!byte_left()) return false;
+        std::uint32_t extra = m_stream[m_position++];
+        if (extra == 255) {
+            if (m_position + 1 >= m_length || !inside(m_position, 2)) return false;
+            extra = (m_stream[m_position] | m_stream[m_position + 1] << 8) - 22u;
+            m_position += 2;
+        }
+        extension = extra + 15;
+        return true;
+    }
+
+    bool inside(std::int64_t at, std::int64_t count) const { return at >= 0 && at + count <= m_available; }
+    bool byte_left() const { return m_position < m_length && inside(m_position, 1); }
+
+    std::uint8_t const* m_stream = nullptr;
+    std::int64_t m_input_size;
+    std::int64_t m_available = 0;
+    std::int64_t m_length = 0;
+    std::int64_t m_position = 0;
+    std::uint32_t m_flags = 0;
+    int m_flag_count = 0;
+    std::int64_t m_half_byte_at = 0;
+};
+
+// Literals and matches into the 65536-byte output until `output_size` bytes
+// or the stream end. The result is the stream position at the start of the
+// round that stopped, or at the end.
+std::size_t decode_plain_tokens(plain_reader& in, std::uint8_t* out, std::uint32_t output_size)
+{
+    std::uint32_t out_pos = 0;
+    while (out_pos < output_size && in.more()) {
+        auto const round_start = static_cast<std::size_t>(in.position());
+        bool is_match = false;
+        if (!in.next_flag(is_match)) return round_start;
+        if (!is_match) {
+            out[out_pos++] = in.literal();
+            continue;
+        }
+        std::uint32_t length_code = 0, offset_code = 0;
+        if (!in.read_match(length_code, offset_code)) return round_start;
+        std::uint32_t const to_copy = std::min(length_code + 3, block_output - (out_pos & 0xFFFF));
+        // Nothing before the start of the output can be copied: the stream ends there.
+        if (offset_code + 1 > out_pos) return round_start;
+        std::uint32_t const copied = std::min(to_copy, output_size - out_pos);
+        copy_match(out, out_pos, offset_code + 1, copied);
+        out_pos += copied;
+    }
+    return static_cast<std::size_t>(in.position());
+}
+
 } // namespace
 
 std::uint32_t detect_container(std::uint32_t& output_size, std::uint8_t const* data, std::int32_t size)
@@ -81,6 +447,22 @@ std::uint32_t detect_container(std::uint32_t& output_size, std::vector<std::uint
 }
 
 container_decompressor::container_decompressor() : m_table_size(32768) {}
+
+// Only a table of the first block that fills completely is used, so what an
+// earlier container left in the table never shows.
+void container_decompressor::reset()
+{
+    m_kind = 0;
+    m_output_size = 0;
+    m_output.clear();
+    m_output_pos = 0;
+    m_table_ready = false;
+}
+
+void container_decompressor::trim(std::size_t kept)
+{
+    if (m_output.capacity() > kept) m_output = {};
+}
 
 bool container_decompressor::decompress_container(std::vector<std::uint8_t> const& data)
 {
@@ -162,19 +544,27 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
     // Entries beyond what this table fills keep the previous block's symbols.
     m_code_table.resize(static_cast<std::size_t>(std::max(m_table_size, 0)));
     std::size_t const limit = m_code_table.size();
+    m_fast_table.assign(std::size_t{1} << fast_bits, see_direct_table);
     // Canonical order: shorter codes first, then by symbol. Each symbol owns
     // every 15-bit index that begins with its code; an oversubscribed table is
     // cut off at the end, and the symbols behind the cut get nothing.
     std::size_t filled = 0;
-    for (unsigned bits = 1; bits <= max_code_bits && filled < limit; ++bits) {
-        std::size_t const span = std::size_t{1} << (max_code_bits - bits);
-        for (std::uint32_t symbol = 0; symbol < symbol_count && filled < limit; ++symbol) {
-            if (m_code_lengths[symbol] != bits) continue;
-            std::size_t const count = std::min(span, limit - filled);
-            std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count,
-                        static_cast<std::uint16_t>(symbol));
-            filled += count;
-        }
+    for (std::uint16_t const symbol : canonical_order(m_code_lengths)) {
+        if (filled >= limit) break;
+        unsigned const bits = m_code_lengths[symbol];
+        std::size_t const count = std::min(std::size_t{1} << (max_code_bits - bits), limit - filled);
+        std::uint16_t const entry = table_entry(symbol, bits);
+        std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count, entry);
+        // Shorter codes all came first, so this one starts on a whole group.
+        if (bits <= fast_bits)
+            std::fill_n(m_fast_table.begin() + static_cast<std::ptrdiff_t>(filled >> fast_group_bits),
+                        count >> fast_group_bits, entry);
+        filled += count;
+    }
+    // An old symbol in the tail takes as many bits as this block's lengths give it.
+    for (std::size_t i = filled; i < limit; ++i) {
+        std::uint32_t const symbol = m_code_table[i] & (symbol_count - 1);
+        m_code_table[i] = table_entry(symbol, m_code_lengths[symbol]);
     }
     // Only a first table can fail: a later deficient one runs on the old tail.
     if (limit > 0 && filled == limit) m_table_ready = true;
@@ -187,187 +577,26 @@ bool container_decompressor::decode_huffman_block(std::size_t& consumed, std::ui
     consumed = 0;
     if (!build_code_table(block, length)) return false;
     if (block == nullptr) length = 0;
-    if (m_code_table.size() < (std::size_t{1} << max_code_bits) || m_code_lengths.size() < symbol_count)
+    if (m_code_table.size() < (std::size_t{1} << max_code_bits) || m_code_lengths.size() < symbol_count
+        || m_fast_table.size() < (std::size_t{1} << fast_bits))
         return false;
-
-    std::int64_t const end = static_cast<std::int64_t>(length);
-    // 16-bit little-endian words, 0 where a word doesn't lie wholly inside.
-    auto word_at = [block, end](std::int64_t at) -> std::uint32_t {
-        return at >= 0 && at + 2 <= end ? static_cast<std::uint32_t>(block[at] | block[at + 1] << 8) : 0;
-    };
-    std::uint16_t const* const table = m_code_table.data();
-    std::uint16_t const* const lengths = m_code_lengths.data();
-    std::uint8_t* const out = m_output.data();
-    std::uint32_t const out_size = m_output_size;
-
-    // The next bits of the stream stand at the top of a 32-bit buffer, with
-    // `spare` bits loaded beyond the first 16; a word is added whenever that
-    // count drops below zero.
-    std::uint32_t bits = word_at(256) << 16 | word_at(258);
-    std::int64_t position = 260;
-    int spare = 16;
-    auto take_bits = [&](unsigned count) {
-        bits <<= count;
-        spare -= static_cast<int>(count);
-        if (spare < 0) {
-            bits |= word_at(position) << -spare;
-            spare += 16;
-            position += 2;
-        }
-    };
-
-    std::uint32_t out_pos = m_output_pos;
-    std::uint32_t produced = 0;
-    bool ok = true;
-    while (produced < block_output) {
-        // The stream has no end symbol: the declared size ends it, one byte
-        // early, so a literal can never fill the last output byte.
-        if (end - position <= 0 || out_pos >= out_size - 1) break;
-        std::uint32_t const symbol = table[bits >> (32 - max_code_bits)];
-        take_bits(lengths[symbol]);
-        if (symbol < 256) {
-            out[out_pos++] = static_cast<std::uint8_t>(symbol);
-            ++produced;
-            continue;
-        }
-        // A match: length code in the low four bits, count of offset bits
-        // above them. Long lengths escape into the byte stream, which lies
-        // between the bit stream's words.
-        std::uint32_t match_length = symbol & 15;
-        if (match_length == 15) {
-            if (position >= end) { ok = false; break; }
-            std::uint32_t const extra = block[position++];
-            if (extra != 255) {
-                match_length = extra + 15;
-            } else {
-                if (end - position < 2) { ok = false; break; }
-                match_length = word_at(position);
-                position += 2;
-                if (match_length < 15) { ok = false; break; }
-            }
-        }
-        std::uint32_t const to_copy = (match_length + 3) & 0xFFFF;
-        unsigned const offset_bits = (symbol - 256) >> 4;
-        std::uint32_t const distance =
-            (1u << offset_bits) + (offset_bits == 0 ? 0 : bits >> (32 - offset_bits));
-        take_bits(offset_bits);
-
-        std::uint32_t const copied = std::min(to_copy, out_size - out_pos);
-        if (copied > 0) {
-            if (distance > out_pos) { ok = false; break; }
-            copy_match(out, out_pos, distance, copied);
-            out_pos += copied;
-        }
-        // A match that runs past the block's 65536 bytes is copied whole and
-        // ends the block there.
-        if (to_copy > block_output - produced) break;
-        produced += copied;
-    }
-    m_output_pos = out_pos;
-    if (!ok) return false;
-    consumed = static_cast<std::size_t>(position);
-    return true;
+    code_tables const tables{m_fast_table.data(), m_code_table.data()};
+    return decode_symbols(byte_view{block, length}, tables, m_output.data(), m_output_size, m_output_pos, consumed);
 }
 
 std::size_t container_decompressor::decode_plain_xpress(std::uint8_t const* data, std::int32_t size)
 {
     if (detect_container(m_output_size, data, size) != container_xpress) return 0;
     if (m_output_size > block_output) return 0;
-
-    std::uint32_t length_word = 0;
-    read_u32(byte_view{data, static_cast<std::size_t>(size)}, 9, length_word);
-    std::int64_t stream_length = ((static_cast<std::int64_t>(length_word >> 2) + 8) & ~std::int64_t{7});
-    if (stream_length > size) stream_length = size - xpress_stream_offset;
-    // The stream's own bytes, which bound every read below even where
-    // `stream_length` claims more.
-    std::int64_t const available = std::max<std::int64_t>(0, size - xpress_stream_offset);
-    std::uint8_t const* const stream = available > 0 ? data + xpress_stream_offset : nullptr;
-    auto inside = [available](std::int64_t at, std::int64_t count) {
-        return at >= 0 && at + count <= available;
-    };
-
+    plain_reader in(data, size);
     try {
         m_output.assign(block_output, 0);
     } catch (std::bad_alloc const&) {
         return 0;
     }
-    std::uint8_t* const out = m_output.data();
-
     // A stream of exactly the output's length is stored uncompressed.
-    if (stream_length == block_output || stream_length == m_output_size) {
-        std::int64_t const count = std::min(stream_length, available);
-        if (count > 0) std::memcpy(out, stream, static_cast<std::size_t>(count));
-        return static_cast<std::size_t>(std::max<std::int64_t>(count, 0));
-    }
-
-    std::int64_t position = 0;
-    std::uint32_t out_pos = 0;
-    std::uint32_t flags = 0;
-    int flag_count = 0;
-    // Length extensions come in half-bytes: the first uses the low half of a
-    // new byte, the next the high half of that same byte. 0 is never such a
-    // byte's position (a flag word stands there), so it means "none".
-    std::int64_t half_byte_at = 0;
-
-    while (out_pos < m_output_size && position < stream_length) {
-        std::int64_t const round_start = position;
-        if (flag_count == 0) {
-            // 32 flags, used from the top bit down: 0 a literal, 1 a match.
-            if (!inside(position, 4)) return round_start;
-            flags = static_cast<std::uint32_t>(stream[position]) | stream[position + 1] << 8
-                    | stream[position + 2] << 16 | static_cast<std::uint32_t>(stream[position + 3]) << 24;
-            position += 4;
-            flag_count = 32;
-        }
-        if (position >= stream_length || !inside(position, 1)) return round_start;
-        bool const is_match = (flags & 0x80000000u) != 0;
-        flags <<= 1;
-        --flag_count;
-        if (!is_match) {
-            out[out_pos++] = stream[position++];
-            continue;
-        }
-        // Match word: length code in the low three bits, distance less one above.
-        if (!inside(position, 2)) return round_start;
-        std::uint32_t const word = stream[position] | stream[position + 1] << 8;
-        position += 2;
-        std::uint32_t length_code = word & 7;
-        std::uint32_t const offset_code = word >> 3;
-        if (length_code == 7) {
-            std::uint32_t extension = 0;
-            if (half_byte_at != 0) {
-                if (half_byte_at >= stream_length) return round_start;
-                extension = stream[half_byte_at] >> 4;
-                half_byte_at = 0;
-            } else {
-                if (position >= stream_length || !inside(position, 1)) return round_start;
-                extension = stream[position] & 0x0F;
-                half_byte_at = position;
-                ++position;
-                if (position >= size) return round_start;
-            }
-            if (extension == 15) {
-                if (position >= stream_length || !inside(position, 1)) return round_start;
-                std::uint32_t extra = stream[position++];
-                if (extra == 255) {
-                    // The whole length less 3 as a u16; values below 22 wrap
-                    // and come out as that value plus 3 all the same.
-                    if (position + 1 >= stream_length || !inside(position, 2)) return round_start;
-                    extra = (stream[position] | stream[position + 1] << 8) - 22u;
-                    position += 2;
-                }
-                extension = extra + 15;
-            }
-            length_code = extension + 7;
-        }
-        std::uint32_t const to_copy = std::min(length_code + 3, block_output - (out_pos & 0xFFFF));
-        // Nothing before the start of the output can be copied: the stream ends there.
-        if (offset_code + 1 > out_pos) return round_start;
-        std::uint32_t const copied = std::min(to_copy, m_output_size - out_pos);
-        copy_match(out, out_pos, offset_code + 1, copied);
-        out_pos += copied;
-    }
-    return static_cast<std::size_t>(position);
+    if (in.length() == block_output || in.length() == m_output_size) return in.copy_stored(m_output.data());
+    return decode_plain_tokens(in, m_output.data(), m_output_size);
 }
 
 bool container_decompressor::write_output_file(std::string const& path)

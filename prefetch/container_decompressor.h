@@ -20,6 +20,10 @@ class container_decompressor {
 public:
     container_decompressor();
 
+    // Makes the object fresh for another container, keeping its storage.
+    void reset();
+    // Frees an output buffer larger than `kept` bytes.
+    void trim(std::size_t kept);
     bool decompress_container(std::uint8_t const* data, std::int32_t size);
     bool decompress_container(std::vector<std::uint8_t> const& data);
     bool write_output_file(std::string const& path);
@@ -41,6 +45,7 @@ private:
     std::vector<std::uint16_t> m_code_lengths;
     std::int32_t m_table_size = 32768;
     std::vector<std::uint16_t> m_code_table;
+    std::vector<std::uint16_t> m_fast_table; // the first 11 bits of m_code_table's index
     std::vector<std::uint8_t> m_output;
     std::uint32_t m_output_pos = 0;
     bool m_table_ready = false;

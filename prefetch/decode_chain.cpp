@@ -25,21 +25,21 @@ bool refuse(prefetch_entry& entry, decode_failure failure)
 }
 
 // Unwraps one container layer, if the bytes begin with one, and notes its
-// kind. False when a container is there but yields nothing; `plain` is left
-// empty when there is no container, so the caller keeps its bytes.
-bool unwrap_container(std::uint8_t const* data, std::uint32_t size, std::vector<std::uint8_t>& plain, bool& found,
+// kind: data and size then point to its output, which the decompressor
+// keeps. False when a container is there but yields nothing.
+bool unwrap_container(std::uint8_t const*& data, std::uint32_t& size, container_decompressor& decompressor,
                       prefetch_entry& entry)
 {
     std::uint32_t declared_size = 0;
     std::uint32_t const kind = detect_container(declared_size, data, static_cast<std::int32_t>(size));
-    found = kind != container_none;
-    if (!found) return true;
+    if (kind == container_none) return true;
     entry.container_kinds.push_back(kind);
-    container_decompressor decompressor;
+    decompressor.reset();
     if (!decompressor.decompress_container(data, static_cast<std::int32_t>(size)) || decompressor.output().empty())
         return refuse(entry, declared_size > read_limit ? decode_failure::container_too_large
                                                         : decode_failure::container_broken);
-    plain = std::move(decompressor.output());
+    data = decompressor.output().data();
+    size = static_cast<std::uint32_t>(decompressor.output().size());
     return true;
 }
 
@@ -79,18 +79,19 @@ bool load_prefetch_file(kito_user_context& context)
     std::string const& path = context.m_file_path;
     prefetch_entry& entry = context.m_entry;
     std::wstring const wide_path = utf8_to_wide(path);
-    std::vector<std::uint8_t> bytes;
+    decode_buffers& buffers = context.m_buffers;
+    buffers.trim();
+    std::vector<std::uint8_t>& bytes = buffers.file_bytes;
     if (!read_file_prefix(path, read_limit, bytes) || bytes.empty()) {
         std::fprintf(stderr, "prob reading file %s\n", path.c_str());
         return refuse(entry, read_failure(wide_path));
     }
     if (!read_file_facts(wide_path, entry)) return refuse(entry, decode_failure::unreadable);
 
-    std::vector<std::uint8_t> plain;
-    bool found = false;
-    if (!unwrap_container(bytes.data(), static_cast<std::uint32_t>(bytes.size()), plain, found, entry)) return false;
-    if (found) bytes = std::move(plain);
-    return decode_prefetch_buffer(bytes.data(), static_cast<std::uint32_t>(bytes.size()), context);
+    std::uint8_t const* data = bytes.data();
+    auto size = static_cast<std::uint32_t>(bytes.size());
+    if (!unwrap_container(data, size, buffers.outer, entry)) return false;
+    return decode_prefetch_buffer(data, size, context);
 }
 
 bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_user_context& context)
@@ -98,13 +99,7 @@ bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_u
     // A container may hold another; this second layer is the last one
     // unwrapped, so a third is left as it is and refused below.
     prefetch_entry& entry = context.m_entry;
-    std::vector<std::uint8_t> plain;
-    bool found = false;
-    if (!unwrap_container(data, size, plain, found, entry)) return false;
-    if (found) {
-        data = plain.data();
-        size = static_cast<std::uint32_t>(plain.size());
-    }
+    if (!unwrap_container(data, size, context.m_buffers.inner, entry)) return false;
     if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return refuse(entry, decode_failure::not_prefetch);
 
     byte_view const buf{data, size};

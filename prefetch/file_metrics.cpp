@@ -31,7 +31,11 @@ void read_file_references(file_reference_map& references, byte_view buf, offset_
     for (auto const& [offset, text] : file_strings) starts.push_back(offset);
 
     // Entries lie one behind the other, so the first that leaves the buffer
-    // ends the array, however large metrics_count claims it to be.
+    // ends the array, however large metrics_count claims it to be. They
+    // usually follow the strings' order, but a damaged file may not: they are
+    // sorted once at the end (the first of equal keys counts), never inserted
+    // one by one into the middle.
+    std::vector<file_reference_map::value_type> found;
     for (std::uint64_t i = 0; i < metrics_count; ++i) {
         std::uint64_t const at = metrics_offset + i * entry_size;
         std::uint32_t name_offset = 0;
@@ -41,7 +45,10 @@ void read_file_references(file_reference_map& references, byte_view buf, offset_
             break;
         std::uint64_t const key = std::uint64_t{strings_offset} + name_offset;
         if (reference == 0 || !std::binary_search(starts.begin(), starts.end(), key)) continue;
-        references.emplace(key, ntfs_file_reference{reference & ((std::uint64_t{1} << sequence_shift) - 1),
+        found.emplace_back(key, ntfs_file_reference{reference & ((std::uint64_t{1} << sequence_shift) - 1),
                                                     static_cast<std::uint16_t>(reference >> sequence_shift)});
     }
+    std::stable_sort(found.begin(), found.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
+    references.reserve(found.size());
+    for (auto const& [key, item] : found) references.emplace(key, item);
 }

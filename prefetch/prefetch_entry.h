@@ -3,12 +3,11 @@
 // gone by the time a writer runs: everything a report shows stands here.
 #include <array>
 #include <cstdint>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
-using offset_string_map = std::map<std::uint64_t, std::string>;
+#include "prefetch/offset_string_map.h"
 
 // Where the NTFS file system kept a file: its MFT record and that record's
 // sequence number, which tells a reused record from the one Windows saw.
@@ -17,7 +16,7 @@ struct ntfs_file_reference {
     std::uint16_t mft_sequence = 0; // high 16 bits
 };
 // File references by the offset of the file string they belong to.
-using file_reference_map = std::map<std::uint64_t, ntfs_file_reference>;
+using file_reference_map = ordered_pairs<ntfs_file_reference>;
 
 // Why the chain refused a file; none while it has not.
 enum class decode_failure {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <string_view>
 
 #include "foundation/vlm_string.h"
 #include "prefetch/prefetch_header.h"
@@ -19,34 +20,17 @@ constexpr std::uint64_t directory_count = 32;
 constexpr std::size_t kept_bytes = 40;
 } // namespace volume_record
 
-// UTF-16LE units from pos up to a zero unit, each widened as it stands
-// (surrogates are not combined). pos ends behind the zero unit, or at the
-// last whole unit of the buffer when there is none.
-std::wstring read_terminated_units(byte_view buf, std::uint64_t& pos, bool& terminated)
-{
-    std::wstring text;
-    terminated = false;
-    std::uint16_t unit = 0;
-    while (read_u16(buf, pos, unit)) {
-        pos += 2;
-        if (unit == 0) {
-            terminated = true;
-            break;
-        }
-        text.push_back(static_cast<wchar_t>(unit));
-    }
-    return text;
-}
+// Text of the file's UTF-16LE units, each unit one character as it stands
+// (surrogates are not combined).
+std::string unit_text(byte_view units) { return utf16le_to_utf8({units.data, units.size}); }
 
-// Exactly count units from pos; the caller has checked that they lie inside.
-std::wstring read_counted_units(byte_view buf, std::uint64_t pos, std::uint32_t count)
+// The units from pos up to a zero unit. pos ends behind the zero unit, or at
+// the last whole unit of the buffer when there is none.
+byte_view read_terminated_units(byte_view buf, std::uint64_t& pos, bool& terminated)
 {
-    std::wstring text;
-    text.reserve(count);
-    std::uint16_t unit = 0;
-    for (std::uint32_t i = 0; i < count && read_u16(buf, pos + 2 * std::uint64_t{i}, unit); ++i)
-        text.push_back(static_cast<wchar_t>(unit));
-    return text;
+    byte_view const units = read_units_to_zero(buf, pos, terminated);
+    pos += units.size + (terminated ? 2 : 0);
+    return units;
 }
 
 std::uint64_t align8(std::uint64_t pos) { return (pos + 7) & ~std::uint64_t{7}; }
@@ -66,8 +50,10 @@ offset_string_map read_directories(byte_view buf, std::uint64_t& pos, std::uint3
             } while (length == 0);
             std::uint64_t const end = pos + 2 * std::uint64_t{length};
             if (end > buf.size) break;
+            byte_view units;
+            read_bytes(buf, pos, end - pos, units);
             ++ordinal;
-            dirs.emplace(ordinal, wide_to_utf8(read_counted_units(buf, pos, length)));
+            dirs.emplace(ordinal, unit_text(units));
             pos = end + 2;
         }
     } catch (std::exception const&) {
@@ -117,10 +103,10 @@ bool decode_volume(prefetch_entry& entry, byte_view buf, std::uint32_t volumes_o
     entry.volume_records.push_back(record);
     std::uint64_t pos = path_pos;
     bool terminated = false;
-    std::wstring const path = read_terminated_units(budget.window(buf, pos), pos, terminated);
+    byte_view const path = read_terminated_units(budget.window(buf, pos), pos, terminated);
     budget.charge(path_pos, pos);
     entry.volume_serials.push_back(serial);
-    entry.volume_paths.push_back(wide_to_utf8(path));
+    entry.volume_paths.push_back(unit_text(path));
     entry.volume_times.push_back(creation_time);
     entry.entry_times.insert(creation_time);
 
@@ -137,6 +123,62 @@ bool decode_volume(prefetch_entry& entry, byte_view buf, std::uint32_t volumes_o
     return true;
 }
 
+// The strings that decode_file_strings will take, so that room for all of
+// them is made at once: as many as metrics_count says where the units could
+// hold them, otherwise counted.
+std::size_t count_strings(byte_view buf, std::uint64_t pos, std::uint32_t metrics_count)
+{
+    std::uint64_t const units = pos < buf.size ? (buf.size - pos) / 2 : 0;
+    if (metrics_count != 0 && metrics_count <= units) return metrics_count;
+    std::size_t count = 0;
+    for (bool terminated = true; terminated && count != metrics_count;) {
+        read_terminated_units(buf, pos, terminated);
+        count += terminated ? 1 : 0;
+    }
+    return count;
+}
+
+std::wstring widen_units(byte_view units)
+{
+    std::wstring wide(units.size / 2, L'\0');
+    std::uint16_t unit = 0;
+    for (std::size_t i = 0; i < wide.size() && read_u16(units, 2 * i, unit); ++i) wide[i] = static_cast<wchar_t>(unit);
+    return wide;
+}
+
+// Looks for the header's name among the strings, as a run of whole UTF-16
+// units, until the first hit. A name with an element that no unit can hold
+// is in no string.
+class unit_search {
+public:
+    explicit unit_search(std::wstring const& name)
+    {
+        for (wchar_t c : name) {
+            if (c < 0 || c > 0xFFFF) m_searching = false;
+            m_pattern.push_back(static_cast<char>(c & 0xFF));
+            m_pattern.push_back(static_cast<char>((c >> 8) & 0xFF));
+        }
+    }
+
+    bool found_in(byte_view units)
+    {
+        if (!m_searching) return false;
+        std::string_view const text(reinterpret_cast<char const*>(units.data), units.size);
+        // A byte match counts only where it starts on a unit.
+        for (std::size_t at = text.find(m_pattern); at != std::string_view::npos; at = text.find(m_pattern, at + 1)) {
+            if (at % 2 == 0) {
+                m_searching = false;
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    std::string m_pattern;
+    bool m_searching = true;
+};
+
 } // namespace
 
 bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name_wide, std::uint8_t const* data,
@@ -151,20 +193,18 @@ bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name
 
     // metrics_count says how many strings to take; 0 or too many reads on to
     // the end of the buffer. A string without its zero unit is dropped.
-    bool searching = true;
+    file_strings.reserve(count_strings(buf, strings_offset, metrics_count));
+    unit_search search(exe_name_wide);
     std::uint64_t pos = strings_offset;
     for (std::uint32_t ordinal = 1;; ++ordinal) {
         std::uint64_t const key = pos;
         bool terminated = false;
-        std::wstring const text = read_terminated_units(buf, pos, terminated);
+        byte_view const units = read_terminated_units(buf, pos, terminated);
         if (!terminated) break;
         // The first string that contains the header's name, case and all, is
         // the executable's path. An empty name is contained in every string.
-        if (searching && text.find(exe_name_wide) != std::wstring::npos) {
-            exe_name_wide = text;
-            searching = false;
-        }
-        file_strings.emplace(key, wide_to_utf8(text));
+        if (search.found_in(units)) exe_name_wide = widen_units(units);
+        file_strings.emplace(key, unit_text(units));
         if (metrics_count == ordinal) break;
     }
     return true;

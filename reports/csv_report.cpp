@@ -100,14 +100,12 @@ void fill_row(field_row& row, kito_user_context const& context)
     i += set_value_cell(row, i, entry.input_stats_changed, time_kind, role_changed);
     i += set_text_cell(row, i, entry.target_path, cell_text, 0);
     if (verbose_columns(context)) {
-        std::vector<std::string> modules;
-        for (auto const& [offset, name] : entry.file_strings) modules.push_back(name);
         i += set_value_cell(row, i, entry.volume_paths.size(), cell_number, cell_flag_decimal);
         i += set_text_cell(row, i, join_texts(entry.volume_paths), cell_text, 0);
         i += set_text_cell(row, i, joined(entry.volume_serials, volume_serial_text), cell_text, 0);
         i += set_text_cell(row, i, joined(entry.volume_times, when), cell_text, 0);
-        i += set_value_cell(row, i, modules.size(), cell_number, cell_flag_decimal);
-        i += set_text_cell(row, i, join_texts(modules), cell_text, 0);
+        i += set_value_cell(row, i, entry.file_strings.size(), cell_number, cell_flag_decimal);
+        i += set_text_cell(row, i, join_texts(entry.file_strings), cell_text, 0);
     }
     if (context.m_show_prev_runs) {
         std::vector<std::uint64_t> const latest_first(entry.prev_run_times.rbegin(), entry.prev_run_times.rend());

@@ -303,12 +303,32 @@ std::string filetime_text(std::uint64_t filetime, std::string const& date_format
     return date + " " + clock;
 }
 
-std::string join_texts(std::vector<std::string> const& items)
+namespace {
+
+template <typename range, typename text_of>
+std::string join_with_semicolons(range const& items, text_of text)
 {
+    std::size_t length = 0;
+    for (auto const& item : items) length += text(item).size() + 2;
     std::string joined;
-    for (std::size_t i = 0; i < items.size(); ++i) {
-        if (i > 0) joined += "; ";
-        joined += items[i];
+    joined.reserve(length);
+    bool first = true;
+    for (auto const& item : items) {
+        if (!first) joined += "; ";
+        joined += text(item);
+        first = false;
     }
     return joined;
+}
+
+} // namespace
+
+std::string join_texts(std::vector<std::string> const& items)
+{
+    return join_with_semicolons(items, [](std::string const& text) -> std::string const& { return text; });
+}
+
+std::string join_texts(offset_string_map const& items)
+{
+    return join_with_semicolons(items, [](auto const& pair) -> std::string const& { return pair.second; });
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "foundation/vlm_time.h"
+#include "prefetch/offset_string_map.h"
 
 class kito_user_context;
 
@@ -87,3 +88,5 @@ void group_macb_times(time_map& map, time_quad& quad);
 std::string volume_serial_text(std::uint32_t serial);
 std::string filetime_text(std::uint64_t filetime, std::string const& date_format, std::string const& time_format);
 std::string join_texts(std::vector<std::string> const& items);
+// The texts of the map, in key order, joined the same way.
+std::string join_texts(offset_string_map const& items);

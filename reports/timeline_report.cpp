@@ -21,18 +21,15 @@ std::string module_list(kito_user_context const& context)
 {
     offset_string_map const& strings = context.m_entry.file_strings;
     if (strings.empty()) return {};
-    std::vector<std::string> names;
-    if (context.m_verbose) {
-        for (auto const& [offset, name] : strings) names.push_back(name);
-    } else {
-        std::map<std::string, std::string> by_key;
-        for (auto const& [offset, path] : strings) {
-            std::string name = last_path_part(path);
-            std::string key = name;
-            by_key.emplace(to_lower_narrow(key), std::move(name));
-        }
-        for (auto const& [key, name] : by_key) names.push_back(name);
+    if (context.m_verbose) return "Module list: " + join_texts(strings);
+    std::map<std::string, std::string> by_key;
+    for (auto const& [offset, path] : strings) {
+        std::string name = last_path_part(path);
+        std::string key = name;
+        by_key.emplace(to_lower_narrow(key), std::move(name));
     }
+    std::vector<std::string> names;
+    for (auto const& [key, name] : by_key) names.push_back(name);
     return "Module list: " + join_texts(names);
 }
 

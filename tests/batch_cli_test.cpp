@@ -70,6 +70,38 @@ TEST_F(batch_cli_test, pipe_names_separators_and_status)
     }
 }
 
+// Both streams into one file, as "> log 2>&1" makes them: each report is out
+// whole before the next file's message. The separator behind a report is
+// written with the next report (or at the end), so it follows the messages
+// of the files between.
+TEST_F(batch_cli_test, reports_and_messages_keep_their_order_in_one_file)
+{
+    std::string const missing = dir + "/missing.pf", empty = dir + "/empty.pf", list = dir + "/list.txt";
+    write_file(empty, "");
+    read_file(a), read_file(b); // accessed times settle before the two runs
+    std::string const input = a + "\n" + missing + "\n" + empty + "\n" + b + "\n";
+    write_file(list, input);
+    process_result const apart = run_kito({"-pipe"}, input);
+    process_result const together =
+        run_process("/bin/sh", {"-c", "\"$0\" -pipe < \"$1\" > \"$2\" 2>&1", kito, list, dir + "/both.txt"}, {}, {"TZ=UTC"});
+    ASSERT_EQ(together.status, 0);
+    std::string const both = read_file(dir + "/both.txt");
+
+    // Standard output alone: header, separator, report a, separator, report b, separator.
+    std::vector<std::string> parts;
+    for (std::size_t at = 0, next; (next = apart.out.find(separator, at)) != std::string::npos; at = next + separator.size())
+        parts.push_back(apart.out.substr(at, next - at));
+    ASSERT_EQ(parts.size(), 3u);
+    // Standard error alone: the two messages, then the wiping of the progress line.
+    std::size_t const wipe = apart.err.find("\x1b[2K");
+    ASSERT_NE(wipe, std::string::npos);
+    std::string const messages = apart.err.substr(0, wipe);
+    EXPECT_EQ(messages, "prob reading file " + missing + "\nprob reading file " + empty + "\n");
+
+    std::string const header = both.substr(0, both.find(separator)); // holds the moment of its own run
+    EXPECT_EQ(both, header + separator + parts[1] + messages + separator + parts[2] + apart.err.substr(wipe) + separator);
+}
+
 TEST_F(batch_cli_test, names_are_filtered_raw_pipe_wins_and_a_fifo_does_not_block)
 {
     std::vector<std::string> const env = {"TZ=UTC", "KITO_PF=" + a};

@@ -88,6 +88,85 @@ TEST(huffman_round_trip, decodes_what_was_encoded_but_the_last_byte)
     }
 }
 
+// Tokens in blocks as the decoder ends them: at 65536 bytes, or behind the
+// match that runs past that mark.
+std::vector<byte_vec> blocks_of(std::vector<lz_token> const& tokens, std::vector<std::uint8_t> const& lengths = {})
+{
+    std::vector<byte_vec> blocks;
+    std::vector<lz_token> block;
+    std::uint32_t produced = 0;
+    for (auto const& token : tokens) {
+        block.push_back(token);
+        produced += std::max<std::uint32_t>(token.length, 1);
+        if (produced >= 65536) blocks.push_back(huffman_block(block, lengths)), block.clear(), produced = 0;
+    }
+    if (!block.empty()) blocks.push_back(huffman_block(block, lengths));
+    return blocks;
+}
+
+// Literals 'a' to 'n' at 1 to 14 bits, then 'z' and the match of 3 bytes one
+// back at 15 bits each: a complete code whose two longest codes are the last
+// two entries of the table.
+std::vector<std::uint8_t> lengths_to_15_bits()
+{
+    std::vector<std::uint8_t> lengths(512, 0);
+    for (unsigned i = 0; i < 14; ++i) lengths['a' + i] = static_cast<std::uint8_t>(i + 1);
+    lengths['z'] = lengths[256] = 15;
+    return lengths;
+}
+
+std::vector<lz_token> every_length_escape()
+{
+    std::vector<lz_token> t = tokens("0123456789abcdefghijklmnopqrstuvwxyz");
+    // 3 to 17 in the symbol; 18 to 272 as an escape byte; 273 on as 255 and a u16.
+    for (std::uint32_t length : {3u, 17u, 18u, 19u, 100u, 271u, 272u, 273u, 274u, 1000u, 30000u, 65535u})
+        for (std::uint32_t distance : {1u, 2u, 7u, 8u, 9u, 36u})
+            t.push_back(lz_match(length, distance)), t.push_back(lz_literal(static_cast<std::uint8_t>(length)));
+    return t;
+}
+
+TEST(huffman_round_trip, long_codes_escapes_and_block_ends)
+{
+    std::mt19937 engine(11);
+    std::vector<lz_token> long_codes = tokens("z");
+    for (int i = 0; i < 40000; ++i) {
+        unsigned const pick = engine() % 16;
+        long_codes.push_back(pick == 15 ? lz_match(3, 1) : pick == 14 ? lz_literal('z') : lz_literal('a' + pick));
+    }
+    // Blocks of exactly 65536 bytes, ending on a literal and on a match.
+    byte_vec const random = random_bytes(65536 - 100, 9);
+    std::vector<lz_token> on_literal = tokens(std::string(random.begin(), random.end()) + std::string(100, 'x'));
+    std::vector<lz_token> on_match = tokens(std::string(random.begin(), random.end()), {lz_match(100, 7000)});
+    for (auto* t : {&on_literal, &on_match}) {
+        auto const more = tokens(std::string(5000, 'y'), {lz_match(300, 5000), lz_literal('e')});
+        t->insert(t->end(), more.begin(), more.end());
+    }
+    struct { char const* name; std::vector<lz_token> tokens; std::vector<std::uint8_t> lengths; int mem0_padding; } const cases[] = {
+        {"15-bit codes", long_codes, lengths_to_15_bits(), -1},
+        {"every length escape", every_length_escape(), {}, -1},
+        {"every length escape, MEM0", every_length_escape(), {}, 3},
+        {"block ends at 65536 on a literal", on_literal, {}, -1},
+        {"block ends at 65536 on a match", on_match, {}, -1},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.name);
+        byte_vec const data = apply_tokens(c.tokens);
+        auto const blocks = blocks_of(c.tokens, c.lengths);
+        ASSERT_FALSE(std::any_of(blocks.begin(), blocks.end(), [](byte_vec const& b) { return b.empty(); }));
+        byte_vec const container = huffman_container(blocks, static_cast<std::uint32_t>(data.size()), c.mem0_padding);
+        container_decompressor decompressor;
+        ASSERT_TRUE(decompressor.decompress_container(container));
+        ASSERT_EQ(decompressor.output().size(), data.size());
+        // The stream ends one byte short: a final literal is never decoded.
+        auto const got = std::mismatch(decompressor.output().begin(), decompressor.output().end() - 1, data.begin()).first;
+        EXPECT_EQ(got - decompressor.output().begin(), static_cast<std::ptrdiff_t>(data.size() - 1));
+        // The same object again, as a batch reuses it, for a second container.
+        decompressor.reset();
+        ASSERT_TRUE(decompressor.decompress_container(mam_of(tokens("again"))));
+        EXPECT_EQ(decompressor.output(), bytes({"agai\0", 5}));
+    }
+}
+
 // Short streams whose output shows one rule of the decoder; only a built table lets it be written out.
 TEST(huffman_streams, decode_to_the_stated_bytes)
 {
@@ -117,6 +196,8 @@ TEST(huffman_streams, decode_to_the_stated_bytes)
         {"length escape u16", mam_of(tokens("q", {lz_match(273, 1), lz_match(3000, 1)})),
          bytes(std::string(3274, 'q')), true},
         {"match before the start", mam_of(tokens("ab", {lz_match(3, 4)}), 5), bytes({"ab\0\0\0", 5}), true},
+        {"a failed block leaves nothing behind its last match",
+         mam_of(tokens("abcdefghij", {lz_match(3, 8), lz_match(3, 40)}), 40), with_size(bytes("abcdefghijcde"), 40), true},
         {"deficient first table leaves zeros",
          huffman_container({huffman_block(tokens({"\0\3", 2}), deficient_lengths())}, 400), byte_vec(400, 0), false},
         {"oversubscribed table is cut", huffman_container({huffman_block(tokens("abbaa"), over)}, 5),

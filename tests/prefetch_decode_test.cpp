@@ -113,6 +113,9 @@ TEST(PrefetchDecode, DamageDegradesRatherThanRejects)
         {"padding counts from the file start", [](pf_fields& f) { f.volumes_shift = 4; }, {}, {"\\VOL1", "\\VOL2"}, {a, c}},
         {"zero length words up to the end", [](pf_fields& f) { f.volumes[1].directories.clear(); },
          [](pf_image& i) { i.put_u32(i.volumes_offset + 128, 1), i.bytes.resize(i.size() + 6, 0); }, {"\\VOL1", "\\VOL2"}, {a, {}}},
+        // The name is looked for unit by unit: its bytes at an odd offset of the first string are no match.
+        {"name found on whole units only", [](pf_fields& f) { f.exe_name = u"AB", f.file_strings = {u"\x4100\x4200\x4300", u"xxABxx"}; }, {},
+         {"\\VOL1", "\\VOL2"}, {a, c}, "xxABxx"},
         // An empty name is in every string; the empty first string leaves the path unknown.
         {"empty name, empty first string", [](pf_fields& f) { f.exe_name.clear(), f.file_strings.insert(f.file_strings.begin(), u""); }, {},
          {"\\VOL1", "\\VOL2"}, {a, c}, "unk"},

@@ -26,6 +26,26 @@ TEST(utf8, wide_to_bytes_unit_by_unit_and_back_checking_structure_only) {
     }
 }
 
+// The file's UTF-16LE bytes give what wide_to_utf8 gives of the same units
+// widened one by one: lone and paired surrogates as three-byte forms.
+TEST(utf8, from_utf16le_bytes_as_from_widened_units) {
+    struct { std::vector<std::uint8_t> bytes; std::string utf8; } const rows[] = {
+        {{}, ""},
+        {{0x41, 0x00, 0x7F, 0x00, 0x80, 0x00}, "A\x7F\xC2\x80"},
+        {{0xFF, 0x07, 0x00, 0x08, 0xFF, 0xFF}, "\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
+        {{0x3D, 0xD8, 0x00, 0xDE}, "\xED\xA0\xBD\xED\xB8\x80"},
+        {{0x00, 0xD8, 0x61, 0x00}, "\xED\xA0\x80" "a"},
+        {{0x00, 0xDC}, "\xED\xB0\x80"},
+        {{0x62, 0x00, 0x63}, "b"}, // a last odd byte is no unit
+    };
+    for (auto const& r : rows) {
+        std::wstring widened;
+        for (std::size_t i = 0; i + 1 < r.bytes.size(); i += 2) widened.push_back(static_cast<wchar_t>(r.bytes[i] | r.bytes[i + 1] << 8));
+        EXPECT_EQ(utf16le_to_utf8(r.bytes), r.utf8) << r.utf8;
+        EXPECT_EQ(wide_to_utf8(widened), r.utf8) << r.utf8;
+    }
+}
+
 TEST(trim, wide_peels_spaces_then_tabs_then_line_ends) {
     struct { std::wstring in; bool result; std::wstring out; } const rows[] = {
         {L" \t x", true, L" x"}, {L"x\r\n", true, L"x\r"}, {L"x\n\r", true, L"x"}, {L"\t a \t", true, L" a "},
