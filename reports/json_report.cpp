@@ -25,6 +25,9 @@ public:
     json_object& text(std::string_view key, std::string_view value) { return raw(key, json_string(value)); }
     json_object& number(std::string_view key, std::uint64_t value) { return raw(key, std::to_string(value)); }
     std::string close() const { return m_text + "}"; }
+    // The members so far, behind the opening brace, for a record that goes on
+    // in pieces.
+    std::string_view members() const { return std::string_view(m_text).substr(1); }
 
 private:
     std::string m_text = "{";
@@ -44,11 +47,29 @@ template <typename range, typename convert> std::string json_array(range const& 
 
 std::string json_number(std::uint64_t value) { return std::to_string(value); }
 
-// A record is one line, written in one piece.
+void put_text(std::ostream& out, std::string_view text) { out.write(text.data(), static_cast<std::streamsize>(text.size())); }
+
+// A record is one line.
 void put_record(std::ostream& out, json_object const& record)
 {
-    std::string const line = record.close() + "\n";
-    out.write(line.data(), static_cast<std::streamsize>(line.size()));
+    put_text(out, record.close() + "\n");
+}
+
+// An array member streamed item by item: a hostile file's eight million
+// file names never stand in memory as one text.
+template <typename range, typename convert>
+void put_array(std::ostream& out, std::string_view key, range const& items, convert to_json)
+{
+    put_text(out, ",\"");
+    put_text(out, key);
+    put_text(out, "\":[");
+    bool first = true;
+    for (auto const& item : items) {
+        if (!first) put_text(out, ",");
+        first = false;
+        put_text(out, to_json(item));
+    }
+    put_text(out, "]");
 }
 
 std::string unit_escape(std::uint32_t unit)
@@ -203,7 +224,7 @@ void add_examiner_tags(json_object& record, kito_user_context const& context)
     if (context.m_user_name_given) record.text("user", context.m_user_name);
 }
 
-json_object prefetch_record(kito_user_context const& context)
+void put_prefetch_record(std::ostream& out, kito_user_context const& context)
 {
     prefetch_entry const& e = context.m_entry;
     json_object record;
@@ -221,10 +242,15 @@ json_object prefetch_record(kito_user_context const& context)
     std::vector<std::size_t> volumes(e.volume_paths.size());
     for (std::size_t i = 0; i < volumes.size(); ++i) volumes[i] = i;
     auto const volume = [&e](std::size_t i) { return volume_json(e, i); };
-    record.raw("files", json_array(e.file_strings, file));
-    record.raw("volumes", json_array(volumes, volume));
-    add_examiner_tags(record, context);
-    return record;
+    put_text(out, "{");
+    put_text(out, record.members());
+    put_array(out, "files", e.file_strings, file);
+    put_array(out, "volumes", volumes, volume);
+    json_object tags;
+    add_examiner_tags(tags, context);
+    if (!tags.members().empty()) put_text(out, ",");
+    put_text(out, tags.members());
+    put_text(out, "}\n");
 }
 
 json_object error_record(kito_user_context const& context)
@@ -271,7 +297,8 @@ void write_json_run_record(std::ostream& out, json_run_facts const& facts)
 
 bool write_json_report(std::ostream& out, kito_user_context const& context, bool decoded)
 {
-    put_record(out, decoded ? prefetch_record(context) : error_record(context));
+    if (decoded) put_prefetch_record(out, context);
+    else put_record(out, error_record(context));
     return decoded;
 }
 

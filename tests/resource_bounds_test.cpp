@@ -53,6 +53,25 @@ byte_vec shared_directories()
     return image.bytes;
 }
 
+// As many 40-byte volume records as 16 MiB holds, each with its own creation
+// time and one shared empty path: a timeline row per time, a volume list per row.
+byte_vec many_volumes()
+{
+    constexpr std::uint32_t record_size = 40, volumes = 232, records = (input_limit - volumes - 64) / record_size;
+    pf_fields fields = typical_prefetch(17);
+    fields.file_strings.clear();
+    fields.volumes.clear();
+    pf_image image = build_prefetch(fields);
+    image.bytes.resize(input_limit, 0);
+    image.put_u32(100, input_limit - 2);
+    image.put_u32(108, volumes);
+    for (std::uint32_t r = 0; r < records; ++r) {
+        image.put_u32(volumes + r * record_size, records * record_size);
+        image.put_u32(volumes + r * record_size + 8, 130000000 + r);
+    }
+    return image.bytes;
+}
+
 std::size_t count_of(std::string const& text, std::string const& part)
 {
     std::size_t n = 0;
@@ -81,8 +100,10 @@ TEST(resource_bounds, worst_inputs_stay_under_one_gigabyte)
     } const rows[] = {
         {"zeros.pf", zeros, {}, 0},
         {"zeros.pf", zeros, {"-csv", "-verbose"}, 0},
+        {"zeros.pf", zeros, {"-json"}, 0},
         {"packed.pf", packed, {"-csvl2t"}, 0},
         {"dirs.pf", shared_directories(), {}, 0},
+        {"volumes.pf", many_volumes(), {"-csvl2t", "-verbose"}, 0},
         {"claim.pf", huge_claim, {}, 255},
     };
     for (auto const& r : rows) {
