@@ -88,22 +88,6 @@ TEST(huffman_round_trip, decodes_what_was_encoded_but_the_last_byte)
     }
 }
 
-// Tokens in blocks as the decoder ends them: at 65536 bytes, or behind the
-// match that runs past that mark.
-std::vector<byte_vec> blocks_of(std::vector<lz_token> const& tokens, std::vector<std::uint8_t> const& lengths = {})
-{
-    std::vector<byte_vec> blocks;
-    std::vector<lz_token> block;
-    std::uint32_t produced = 0;
-    for (auto const& token : tokens) {
-        block.push_back(token);
-        produced += std::max<std::uint32_t>(token.length, 1);
-        if (produced >= 65536) blocks.push_back(huffman_block(block, lengths)), block.clear(), produced = 0;
-    }
-    if (!block.empty()) blocks.push_back(huffman_block(block, lengths));
-    return blocks;
-}
-
 // Literals 'a' to 'n' at 1 to 14 bits, then 'z' and the match of 3 bytes one
 // back at 15 bits each: a complete code whose two longest codes are the last
 // two entries of the table.
@@ -151,7 +135,7 @@ TEST(huffman_round_trip, long_codes_escapes_and_block_ends)
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
         byte_vec const data = apply_tokens(c.tokens);
-        auto const blocks = blocks_of(c.tokens, c.lengths);
+        auto const blocks = huffman_blocks(c.tokens, c.lengths);
         ASSERT_FALSE(std::any_of(blocks.begin(), blocks.end(), [](byte_vec const& b) { return b.empty(); }));
         byte_vec const container = huffman_container(blocks, static_cast<std::uint32_t>(data.size()), c.mem0_padding);
         container_decompressor decompressor;

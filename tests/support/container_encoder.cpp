@@ -58,27 +58,21 @@ std::vector<std::uint8_t> code_lengths_of(std::vector<lz_token> const& tokens)
     }
 }
 
-// Blocks end where the decoder ends them: at 65536 output bytes, or right
-// after a match that runs past that mark.
-std::vector<byte_vec> encode_blocks(byte_vec const& data, lz_parse_options const& options)
+} // namespace
+
+std::vector<byte_vec> huffman_blocks(std::vector<lz_token> const& tokens, std::vector<std::uint8_t> const& code_lengths)
 {
-    std::vector<lz_token> const tokens = lz_parse(data, options);
     std::vector<byte_vec> blocks;
     std::vector<lz_token> block;
     std::uint32_t produced = 0;
     for (auto const& token : tokens) {
         block.push_back(token);
         produced += std::max<std::uint32_t>(token.length, 1);
-        if (produced >= block_output || &token == &tokens.back()) {
-            blocks.push_back(huffman_block(block));
-            block.clear();
-            produced = 0;
-        }
+        if (produced >= block_output) blocks.push_back(huffman_block(block, code_lengths)), block.clear(), produced = 0;
     }
+    if (!block.empty()) blocks.push_back(huffman_block(block, code_lengths));
     return blocks;
 }
-
-} // namespace
 
 byte_vec apply_tokens(std::vector<lz_token> const& tokens)
 {
@@ -199,12 +193,12 @@ byte_vec huffman_container(std::vector<byte_vec> const& blocks, std::uint32_t ou
 
 byte_vec encode_mam(byte_vec const& data, lz_parse_options const& options)
 {
-    return huffman_container(encode_blocks(data, options), static_cast<std::uint32_t>(data.size()));
+    return huffman_container(huffman_blocks(lz_parse(data, options)), static_cast<std::uint32_t>(data.size()));
 }
 
 byte_vec encode_mem0(byte_vec const& data, int padding)
 {
-    return huffman_container(encode_blocks(data, {}), static_cast<std::uint32_t>(data.size()), padding);
+    return huffman_container(huffman_blocks(lz_parse(data)), static_cast<std::uint32_t>(data.size()), padding);
 }
 
 byte_vec plain_lz77_stream(std::vector<lz_token> const& tokens)

@@ -28,6 +28,9 @@ std::vector<lz_token> lz_parse(byte_vec const& data, lz_parse_options const& opt
 // complete code of at most 15 bits), then the bit stream. Empty if a token's
 // symbol has no code.
 byte_vec huffman_block(std::vector<lz_token> const& tokens, std::vector<std::uint8_t> code_lengths = {});
+// The tokens cut where the decoder ends a block (at 65536 output bytes, or right after a match that
+// runs past that mark), each cut made into a block with the same `code_lengths`.
+std::vector<byte_vec> huffman_blocks(std::vector<lz_token> const& tokens, std::vector<std::uint8_t> const& code_lengths = {});
 // MAM blocks follow each other; with `mem0_padding` >= 0 each MEM0 block is preceded by its size and
 // followed by that many zero bytes. Four zero bytes end it, as in a real stream: the decoder stops
 // once its position reaches the end of the input, with symbols left in its bit buffer.
