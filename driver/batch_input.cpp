@@ -5,7 +5,7 @@
 #include "driver/kito_user_context.h"
 #include "foundation/vlm_portable_dir.h"
 #include "foundation/vlm_string.h"
-#include "prefetch/decode_chain.h"
+#include "driver/output_entry.h"
 
 namespace vlmportdir {
 

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "driver/kito_user_context.h"
-#include "prefetch/decode_chain.h"
+#include "driver/output_entry.h"
 
 cmd_params::cmd_params(std::uint64_t run_started) : m_run_started(run_started)
 {

@@ -93,5 +93,6 @@ public:
 
 // Stores the field separator and picks the substitution pair for values: a
 // "|" or "," in the separator is replaced inside values ("|" by ";", "," by a
-// blank, or by ";" with `flag`). "tab", or a backslash and "t", names the tab.
-void separator_setup(cmd_params& context, std::string const& text, bool flag);
+// blank, or by ";" with `comma_by_semicolon`). "tab", or a backslash and "t",
+// names the tab.
+void separator_setup(cmd_params& context, std::string const& text, bool comma_by_semicolon);

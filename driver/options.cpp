@@ -15,7 +15,7 @@
 #include "foundation/vlm_string.h"
 #include "foundation/vlm_time.h"
 #include "foundation/vlm_time_text.h"
-#include "prefetch/decode_chain.h"
+#include "driver/output_entry.h"
 #include "prefetch/evidence_guard.h"
 
 namespace {
@@ -56,8 +56,8 @@ bool parse_alias_pairs(std::string const& value, alias_kind kind, std::map<std::
         return false;
     }
     for (std::size_t i = 0; i < pieces.size(); i += 2) {
-        std::string from = lowered(expand_path_variables(pieces[i], true));
-        std::string to = expand_path_variables(pieces[i + 1], true);
+        std::string from = lowered(expand_path_variables(pieces[i], /*allow_shadow_copy=*/true));
+        std::string to = expand_path_variables(pieces[i + 1], /*allow_shadow_copy=*/true);
         if (kind == alias_kind::path) {
             if (!from.empty() && from.back() == '/') from.pop_back();
             if (!to.empty() && to.back() == '/') to.pop_back();
@@ -188,8 +188,8 @@ bool probe_results_file(arg_list const& list, std::string const& path)
         std::fprintf(stderr, "prob opening file %s for output, aborting\n", path.c_str());
         return false;
     }
-    if (find_option("-append", list, 1)) opened = probe.open(path, true, false);
-    if (!opened) opened = probe.open(path, true, true);
+    if (find_option("-append", list, 1)) opened = probe.open(path, /*write=*/true, /*truncate=*/false);
+    if (!opened) opened = probe.open(path, /*write=*/true, /*truncate=*/true);
     if (!opened) {
         std::fprintf(stderr, "prob opening file %s for output, aborting\n", path.c_str());
         return false;
@@ -204,8 +204,8 @@ bool take_results_path(arg_list& list, cmd_params& options)
 {
     std::string value;
     if (!take_value("-out", value, list) && !take_value("-outfile", value, list)) return true;
-    options.m_results_path = expand_path_variables(value, true);
-    replace_char(options.m_results_path, '\\', '/', false);
+    options.m_results_path = expand_path_variables(value, /*allow_shadow_copy=*/true);
+    replace_char(options.m_results_path, '\\', '/', /*both_cases=*/false);
     options.m_results_given = true;
     return probe_results_file(list, options.m_results_path);
 }
@@ -231,7 +231,7 @@ void open_diagnostics_log(arg_list& list, cmd_params& options)
 }
 
 struct format_flags {
-    bool xml, csv, timeline, csvgen, bodyfile, multiline;
+    bool xml = false, csv = false, timeline = false, csvgen = false, bodyfile = false, multiline = false;
 };
 
 void set_format(cmd_params& options, format_flags const& flags)
@@ -249,39 +249,39 @@ void set_format(cmd_params& options, format_flags const& flags)
 void take_format_flags(arg_list& list, cmd_params& options)
 {
     if (take_flag("-csv", list)) {
-        set_format(options, {false, true, false, options.m_fmt_csvgen, false, false});
-        separator_setup(options, ",", false);
+        set_format(options, {.csv = true, .csvgen = options.m_fmt_csvgen});
+        separator_setup(options, ",", /*comma_by_semicolon=*/false);
         options.m_no_padding = !options.m_pair_datetime;
     }
     if (take_flag("-csvgen", list)) {
-        set_format(options, {false, false, false, true, false, false});
-        separator_setup(options, ",", false);
+        set_format(options, {.csvgen = true});
+        separator_setup(options, ",", /*comma_by_semicolon=*/false);
         options.m_no_padding = true;
     }
     if (take_flag("-csvl2t", list)) {
-        set_format(options, {false, false, true, options.m_fmt_csvgen, false, false});
+        set_format(options, {.timeline = true, .csvgen = options.m_fmt_csvgen});
         options.m_header_pending = true;
-        separator_setup(options, ",", false);
+        separator_setup(options, ",", /*comma_by_semicolon=*/false);
     }
     if (take_flag("-bodyfile", list)) {
-        set_format(options, {false, false, false, options.m_fmt_csvgen, true, false});
+        set_format(options, {.csvgen = options.m_fmt_csvgen, .bodyfile = true});
         options.m_header_pending = true;
-        separator_setup(options, "|", false);
+        separator_setup(options, "|", /*comma_by_semicolon=*/false);
     }
     if (take_flag("-xml", list)) {
-        set_format(options, {true, false, false, options.m_fmt_csvgen, false, false});
+        set_format(options, {.xml = true, .csvgen = options.m_fmt_csvgen});
         options.m_header_pending = false;
-        separator_setup(options, "", false);
+        separator_setup(options, "", /*comma_by_semicolon=*/false);
     }
     if (take_flag("-multiline", list)) {
-        set_format(options, {false, false, false, options.m_fmt_csvgen, false, true});
+        set_format(options, {.csvgen = options.m_fmt_csvgen, .multiline = true});
         options.m_header_pending = true;
         options.m_separator.clear();
         options.m_value_substitute_from = options.m_value_substitute_to = 0;
     }
     // Last of the format words, so that it wins over any other.
     if (take_flag("-json", list)) {
-        set_format(options, {false, false, false, false, false, false});
+        set_format(options, {});
         options.m_fmt_json = true;
     }
 }
@@ -321,11 +321,11 @@ void take_batch_options(arg_list& list, cmd_params& options)
 {
     std::string value;
     if (take_value("-outdir", value, list)) {
-        options.m_outdir_path = expand_path_variables(value, true);
+        options.m_outdir_path = expand_path_variables(value, /*allow_shadow_copy=*/true);
         options.m_outdir_given = true;
     }
     if (take_value("-enumdir", value, list)) {
-        options.m_enum_dir = expand_path_variables(value, true);
+        options.m_enum_dir = expand_path_variables(value, /*allow_shadow_copy=*/true);
         options.m_enum_dir_given = true;
     }
     take_number(list, "-num_subdirs", options.m_num_subdirs);
@@ -371,7 +371,7 @@ void read_product_version(cmd_params& options)
 
 } // namespace
 
-void separator_setup(cmd_params& context, std::string const& text, bool flag)
+void separator_setup(cmd_params& context, std::string const& text, bool comma_by_semicolon)
 {
     context.m_separator = text;
     std::string const folded = lowered(text);
@@ -380,7 +380,7 @@ void separator_setup(cmd_params& context, std::string const& text, bool flag)
         context.m_value_substitute_to = ';';
     } else if (contains(folded, ",")) {
         context.m_value_substitute_from = ',';
-        context.m_value_substitute_to = flag ? ';' : ' ';
+        context.m_value_substitute_to = comma_by_semicolon ? ';' : ' ';
     } else {
         context.m_value_substitute_from = context.m_value_substitute_to = 0;
         if (folded == "tab" || folded == "\\t") context.m_separator = "\t";
@@ -439,7 +439,7 @@ bool parse_tool_options(kito_user_context& context, arg_list& list, std::string 
     std::string target;
     if (take_value("-decompress_to", target, list)) {
         context.m_decompress_only = true;
-        context.m_decompress_target = expand_path_variables(target, true);
+        context.m_decompress_target = expand_path_variables(target, /*allow_shadow_copy=*/true);
     }
     if (take_flag("-kito_path", list)) context.m_show_prefetch_path = true;
     // After the common pass, so the text report beats any table format given with it.

@@ -9,7 +9,7 @@
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_path_rules.h"
 #include "prefetch/container_decompressor.h"
-#include "prefetch/decode_chain.h"
+#include "driver/output_entry.h"
 
 namespace {
 
@@ -49,7 +49,7 @@ bool write_unpacked(container_decompressor& decompressor, std::string const& sou
 int decompress_single(kito_user_context& context, arg_list const& list)
 {
     if (list.size() != 2) return -1;
-    context.m_file_path = expand_path_variables(list[1], true);
+    context.m_file_path = expand_path_variables(list[1], /*allow_shadow_copy=*/true);
     container_decompressor decompressor;
     if (!unpack_file(context.m_file_path, decompressor)) return -1;
     if (!write_unpacked(decompressor, context.m_file_path, context.m_decompress_target)) return -1;
@@ -69,11 +69,11 @@ int decompress_batch(kito_user_context& context)
     if (!begin_batch_source(source, context)) return -1;
     int status = -1;
     std::string name;
-    while (source.next_file(name, true)) {
+    while (source.next_file(name, /*trim=*/true)) {
         if (name.empty()) continue;
         file_info info;
         if (!matches_filter(context, name, context.m_filter_list, &info, false)) continue;
-        std::string path = expand_path_variables(name, true);
+        std::string path = expand_path_variables(name, /*allow_shadow_copy=*/true);
         container_decompressor decompressor;
         if (!unpack_file(path, decompressor)) continue;
         if (write_unpacked(decompressor, path, context.m_decompress_target + "/" + file_name_of(path))) status = 0;

@@ -308,7 +308,7 @@ bool read_file_prefix(std::string const& path, std::uint32_t limit, std::vector<
 {
     out.clear();
     if (path.empty() || limit == 0) return false;
-    uni::fileio file(path, false, false);
+    uni::fileio file(path, /*write=*/false, /*truncate=*/false);
     if (!file.is_open()) return false;
     // 32-bit arithmetic: a file of exactly 4 GiB counts as empty.
     auto low_size = static_cast<std::uint32_t>(file.size());
@@ -322,7 +322,7 @@ bool read_whole_file(std::vector<std::uint8_t>& out, std::string const& path, st
 {
     out.clear();
     if (path.empty()) return false;
-    uni::fileio file(path, false, false);
+    uni::fileio file(path, /*write=*/false, /*truncate=*/false);
     if (!file.is_open()) return false;
     file.read(out, static_cast<std::int64_t>(std::min<std::uint64_t>(file.size(), count)), 0);
     file.close();

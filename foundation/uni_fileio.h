@@ -14,6 +14,9 @@ namespace uni {
 
 class fileio_output;
 
+// A file opened for reading, or for writing (created when missing, emptied with
+// `truncate`). Reads try O_NOATIME first so that kito leaves the access time of
+// evidence as it found it. Failures are false results and is_open() == false.
 class fileio {
 public:
     fileio();
@@ -23,9 +26,12 @@ public:
     fileio(fileio const&) = delete;
     fileio& operator=(fileio const&) = delete;
 
+    // False for a FIFO or a path that cannot be opened as asked; a folder opens but reads nothing.
     bool open(std::wstring const& path, bool write, bool truncate);
     bool open(std::string const& path, bool write, bool truncate);
+    // Up to count bytes from offset into out; false at or past the end, for a folder, or when a read fails.
     bool read(std::vector<std::uint8_t>& out, std::int64_t count, std::uint64_t offset);
+    // Writes all the bytes at the end; false on a short or failed write.
     bool append(std::uint8_t const* data, std::uint32_t count);
     bool append(std::vector<std::uint8_t> const& data);
     bool append_stream(std::ostringstream const& stream);
@@ -159,8 +165,12 @@ protected:
 // A stream that swallows everything and reports it as written.
 std::ostream& null_out_stream();
 
+// Replaces out with the first `limit` bytes of the file (fewer if it is
+// shorter); false when it cannot be opened or read.
 bool read_file_prefix(std::string const& path, std::uint32_t limit, std::vector<std::uint8_t>& out);
+// Replaces out with the first `count` bytes (fewer if the file is shorter); false when none were read.
 bool read_whole_file(std::vector<std::uint8_t>& out, std::string const& path, std::uint32_t count);
+// Creates one folder; true when it exists afterwards.
 bool make_directory(std::string const& path);
 // True when both paths name one existing file (the same device and inode, links followed).
 bool same_file(std::string const& first, std::string const& second);

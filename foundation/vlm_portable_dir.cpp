@@ -72,7 +72,7 @@ bool expand_star_directories(std::vector<std::string>& paths, bool use_slash)
         std::string prefix = paths[i].substr(0, at + 1);
         std::string tail = paths[i].substr(at + marker.size());
         std::vector<dir_entry> found;
-        list_directory(prefix, found, 0, true, use_slash);
+        list_directory(prefix, found, 0, /*dirs_only=*/true, use_slash);
         // A star over nothing empties the path; that too is a change.
         paths[i] = found.empty() ? std::string() : found[0].path + tail;
         for (std::size_t k = 1; k < found.size(); ++k) paths.push_back(found[k].path + tail);

@@ -3,12 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/kito_user_context.h"
 #include "prefetch/decode_chain.h"
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 {
-    kito_user_context context;
-    decode_prefetch_buffer(data, static_cast<std::uint32_t>(size), context);
+    container_decompressor inner;
+    prefetch_entry entry;
+    std::string label;
+    decode_prefetch_buffer(data, static_cast<std::uint32_t>(size), inner, entry, label);
     return 0;
 }

@@ -7,7 +7,7 @@
 
 #include "driver/kito_user_context.h"
 #include "driver/run_header.h"
-#include "prefetch/decode_chain.h"
+#include "driver/output_entry.h"
 
 namespace {
 

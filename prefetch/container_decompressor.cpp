@@ -603,7 +603,7 @@ bool container_decompressor::write_output_file(std::string const& path)
 {
     if (!m_table_ready || m_output.empty()) return false;
     uni::fileio file;
-    if (!file.open(path, true, true)) return false;
+    if (!file.open(path, /*write=*/true, /*truncate=*/true)) return false;
     // The outcome of the write isn't checked; a short write shows in the file.
     file.append(m_output);
     file.close();

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <vector>
 
-#include "driver/kito_user_context.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_string.h"
 #include "foundation/vlm_time.h"
@@ -74,12 +73,10 @@ decode_failure read_failure(std::wstring const& path)
 
 } // namespace
 
-bool load_prefetch_file(kito_user_context& context)
+bool load_prefetch_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry,
+                        std::string& version_label)
 {
-    std::string const& path = context.m_file_path;
-    prefetch_entry& entry = context.m_entry;
     std::wstring const wide_path = utf8_to_wide(path);
-    decode_buffers& buffers = context.m_buffers;
     buffers.trim();
     std::vector<std::uint8_t>& bytes = buffers.file_bytes;
     if (!read_file_prefix(path, read_limit, bytes) || bytes.empty()) {
@@ -91,15 +88,15 @@ bool load_prefetch_file(kito_user_context& context)
     std::uint8_t const* data = bytes.data();
     auto size = static_cast<std::uint32_t>(bytes.size());
     if (!unwrap_container(data, size, buffers.outer, entry)) return false;
-    return decode_prefetch_buffer(data, size, context);
+    return decode_prefetch_buffer(data, size, buffers.inner, entry, version_label);
 }
 
-bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_user_context& context)
+bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, container_decompressor& inner,
+                            prefetch_entry& entry, std::string& version_label)
 {
     // A container may hold another; this second layer is the last one
     // unwrapped, so a third is left as it is and refused below.
-    prefetch_entry& entry = context.m_entry;
-    if (!unwrap_container(data, size, context.m_buffers.inner, entry)) return false;
+    if (!unwrap_container(data, size, inner, entry)) return false;
     if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return refuse(entry, decode_failure::not_prefetch);
 
     byte_view const buf{data, size};
@@ -117,9 +114,7 @@ bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_u
     entry.target_path = exe_name.empty() ? std::string("unk") : wide_to_utf8(exe_name);
     if (!decode_volumes(entry, data, size)) return refuse(entry, decode_failure::volumes_past_end);
 
-    context.m_version_label = find_layout(buf).label;
+    version_label = find_layout(buf).label;
     harvest_prev_run_times(entry.prev_run_times, buf);
     return true;
 }
-
-void reset_decoded_entry(kito_user_context& context) { context.m_entry = prefetch_entry{}; }

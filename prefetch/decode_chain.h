@@ -1,16 +1,19 @@
 #pragma once
-// The chain for one input file: load (bytes, file-system facts, unwrapping),
-// decode (header and sections into the entry), then one writer.
+// Decoding of one input file: load (bytes, file-system facts, unwrapping),
+// then the header and the sections into a `prefetch_entry`. The entry is
+// filled as far as decoding got; on false, entry.failure says why.
 #include <cstdint>
-#include <ostream>
+#include <string>
 
-class kito_user_context;
+#include "prefetch/decode_buffers.h"
+#include "prefetch/prefetch_entry.h"
 
-// Decode context.m_file_path and write one report. Never lets an exception pass.
-bool output_prefetch_entry(std::ostream& out, kito_user_context& context);
-// The writer the format options choose, over the entry decoded last; `decoded`
-// says whether decoding succeeded (only the JSON form reports a failure).
-bool write_prefetch_report(std::ostream& out, kito_user_context& context, bool decoded);
-bool load_prefetch_file(kito_user_context& context);
-bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_user_context& context);
-void reset_decoded_entry(kito_user_context& context);
+// Reads the first 16 MiB of the file at path (UTF-8) into buffers, with its
+// file-system facts, and decodes it. Says "prob reading file" on standard
+// error when nothing can be read.
+bool load_prefetch_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry,
+                        std::string& version_label);
+// Decodes bytes that are a Prefetch file or a container of one; a container
+// unpacks into `inner`, which a batch reuses from file to file.
+bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, container_decompressor& inner,
+                            prefetch_entry& entry, std::string& version_label);

@@ -1,6 +1,5 @@
 #include "reports/bodyfile_report.h"
 
-#include "driver/kito_user_context.h"
 #include "foundation/vlm_string.h"
 
 std::uint64_t bodyfile_seconds(std::uint64_t filetime)
@@ -34,28 +33,26 @@ bool write_bodyfile_record(bool& header_pending, std::ostream& out, bodyfile_rec
     return true;
 }
 
-bool write_bodyfile_report(std::ostream& out, kito_user_context& context)
+bool write_bodyfile_report(std::ostream& out, report_subject const& file, report_state& state)
 {
-    if (!context.m_fmt_bodyfile) return false;
-    prefetch_entry const& entry = context.m_entry;
-    std::string const label = context.m_file_base_name + " (" + context.m_version_label + ")";
+    prefetch_entry const& entry = file.entry;
+    std::string const label = file.file_base_name + " (" + file.version_label + ")";
 
     bodyfile_record record;
     record.size = entry.input_file_size;
     record.times.m = bodyfile_seconds(entry.input_modified);
     record.times.a = bodyfile_seconds(entry.input_accessed);
     record.times.c = bodyfile_seconds(entry.last_run);
-    // A program that ran once was created by that run.
-    record.times.b = bodyfile_seconds(entry.run_count != 1 ? entry.input_stats_changed : entry.last_run);
+    record.times.b = bodyfile_seconds(created_time(entry));
     record.name = label + "; run count: " + std::to_string(entry.run_count) + "; app run: " + entry.target_path;
-    write_bodyfile_record(context.m_header_pending, out, record);
+    write_bodyfile_record(state.header_pending, out, record);
 
     for (auto it = entry.prev_run_times.rbegin(); it != entry.prev_run_times.rend(); ++it) {
         bodyfile_record copy = record; // the size stays
         copy.times.m = copy.times.a = copy.times.c = bodyfile_seconds(*it);
         copy.times.b = bodyfile_seconds(entry.input_stats_changed);
         copy.name = label + "; not last time run - but prevtime; app run: " + entry.target_path;
-        write_bodyfile_record(context.m_header_pending, out, copy);
+        write_bodyfile_record(state.header_pending, out, copy);
     }
     return true;
 }

@@ -7,8 +7,6 @@
 
 #include "reports/field_output.h"
 
-class kito_user_context;
-
 struct bodyfile_record {
     std::string md5;
     std::string name;
@@ -32,7 +30,9 @@ struct bodyfile_record {
 // with the top bit set, give 0; a value before 1970 wraps around.
 std::uint64_t bodyfile_seconds(std::uint64_t filetime);
 
-bool write_bodyfile_report(std::ostream& out, kito_user_context& context);
+// The file's line, then one per previous run, newest first; true. The
+// bodyfile has no options of its own.
+bool write_bodyfile_report(std::ostream& out, report_subject const& file, report_state& state);
 // Writes the header first when header_pending is set (and clears it), then
 // one line; a "|" in the name becomes ";" in the record itself.
 bool write_bodyfile_record(bool& header_pending, std::ostream& out, bodyfile_record& record);

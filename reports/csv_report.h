@@ -1,6 +1,11 @@
 #pragma once
+// One delimited line per file under one header line per run: the compact
+// -csv form, or the padded table of a batch without options.
 #include <ostream>
 
-class kito_user_context;
+#include "reports/report_settings.h"
 
-bool write_csv_report(std::ostream& out, kito_user_context& context);
+// Writes the header first while it is pending (the columns are made then),
+// then the file's line; true.
+bool write_csv_report(std::ostream& out, report_subject const& file, report_settings const& settings,
+                      report_state& state);

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <iomanip>
 
-#include "driver/kito_user_context.h"
 #include "foundation/vlm_string.h"
 #include "foundation/vlm_time_text.h"
 
@@ -22,29 +21,28 @@ field_cell* writable_cell(field_row& row, int index)
     return &cell;
 }
 
-std::streamsize column_width(kito_user_context const& context, int index)
+std::streamsize column_width(std::vector<field_cell> const& columns, int index)
 {
-    if (index < 0 || static_cast<std::size_t>(index) >= context.m_column_list.size()) return 0;
-    return static_cast<std::streamsize>(context.m_column_list[static_cast<std::size_t>(index)].cell_width);
+    if (index < 0 || static_cast<std::size_t>(index) >= columns.size()) return 0;
+    return static_cast<std::streamsize>(columns[static_cast<std::size_t>(index)].cell_width);
 }
 
 void write_number_cell(std::ostream& line, field_cell const& cell, std::streamsize width,
-                       kito_user_context const& context)
+                       report_settings const& settings)
 {
     line << std::right;
-    if (!context.m_no_padding && width > 0) line << std::setw(width);
-    bool hex = context.m_base16 && !(cell.cell_flags & cell_flag_decimal);
+    if (!settings.no_padding && width > 0) line << std::setw(width);
+    bool hex = settings.base16 && !(cell.cell_flags & cell_flag_decimal);
     line << (hex ? std::hex : std::dec) << cell.cell_value << std::dec;
 }
 
-void write_text_cell(std::ostream& line, field_cell& cell, std::streamsize width, kito_user_context const& context)
+void write_text_cell(std::ostream& line, field_cell& cell, std::streamsize width, report_settings const& settings)
 {
     line << std::left;
-    if (!context.m_no_padding) line << std::setw(width);
-    if (context.m_value_substitute_from != 0)
-        substitute_char(cell.cell_text, context.m_value_substitute_from, context.m_value_substitute_to, false);
-    if (context.m_fmt_csv || context.m_fmt_timeline || context.m_fmt_csvgen || context.m_fmt_bodyfile)
-        mark_newlines(cell.cell_text);
+    if (!settings.no_padding) line << std::setw(width);
+    if (settings.value_substitute_from != 0)
+        substitute_char(cell.cell_text, settings.value_substitute_from, settings.value_substitute_to, /*ignore_case=*/false);
+    if (settings.delimited_form) mark_newlines(cell.cell_text);
     line << cell.cell_text;
 }
 
@@ -123,66 +121,67 @@ int set_value_cell(field_row& row, int index, std::uint64_t value, std::uint16_t
     return 2;
 }
 
-void write_header_row(std::ostream& out, kito_user_context& context)
+void write_header_row(std::ostream& out, report_settings const& settings, report_state& state)
 {
-    context.m_header_pending = false;
+    state.header_pending = false;
     std::ostringstream line;
     line << std::left << std::setfill(' ');
-    auto const& columns = context.m_column_list;
+    auto const& columns = state.column_list;
     for (std::size_t i = 0; i < columns.size(); ++i) {
-        if (columns[i].cell_kind == cell_time_half && context.m_blank_before_time) line << ' ';
-        if (!context.m_no_padding) line << std::setw(static_cast<std::streamsize>(columns[i].cell_width));
+        if (columns[i].cell_kind == cell_time_half && settings.blank_before_time) line << ' ';
+        if (!settings.no_padding) line << std::setw(static_cast<std::streamsize>(columns[i].cell_width));
         line << columns[i].cell_text;
-        if (i + 1 < columns.size()) line << context.m_separator;
+        if (i + 1 < columns.size()) line << settings.separator;
     }
     line << '\n';
     std::string const text = line.str();
     out.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
-void write_time_cell(std::ostream& line, field_row const& row, int& index, kito_user_context const& context)
+void write_time_cell(std::ostream& line, field_row const& row, int& index, report_settings const& settings,
+                     std::vector<field_cell> const& columns)
 {
     field_cell const& cell = row.cells[static_cast<std::size_t>(index)];
     std::string date;
     std::string clock;
     vlm::time const when(cell.cell_value, vlm::filetime);
-    if (!when.valid || !vlm::format_time_layout(date, clock, when, context.m_date_time_layout)) {
-        date = clock = context.m_no_padding ? "" : " ";
+    if (!when.valid || !vlm::format_time_layout(date, clock, when, settings.date_time_layout)) {
+        date = clock = settings.no_padding ? "" : " ";
     }
     line << std::left;
     if (cell.cell_kind == cell_time_joined) {
-        if (!context.m_no_padding) {
-            if (context.m_blank_before_time) line << ' ';
-            line << std::setw(column_width(context, index));
+        if (!settings.no_padding) {
+            if (settings.blank_before_time) line << ' ';
+            line << std::setw(column_width(columns, index));
         }
         line << date + " " + clock;
         return;
     }
-    if (!context.m_no_padding) line << std::setw(column_width(context, index));
-    line << date << context.m_separator;
+    if (!settings.no_padding) line << std::setw(column_width(columns, index));
+    line << date << settings.separator;
     if (++index >= row.row_size) return;
     // This blank stands even without padding: the compact -csv form keeps it.
-    if (context.m_blank_before_time) line << ' ';
-    if (!context.m_no_padding) line << std::setw(column_width(context, index));
+    if (settings.blank_before_time) line << ' ';
+    if (!settings.no_padding) line << std::setw(column_width(columns, index));
     line << clock;
 }
 
-void write_field_row(std::ostream& out, field_row& row, kito_user_context& context)
+void write_field_row(std::ostream& out, field_row& row, report_settings const& settings, report_state& state)
 {
     if (!row.row_ready) return;
-    if (context.m_header_pending) write_header_row(out, context);
+    if (state.header_pending) write_header_row(out, settings, state);
     std::ostringstream line;
     line << std::setfill(' ');
     for (int i = 0; i < row.row_size; ++i) {
         field_cell& cell = row.cells[static_cast<std::size_t>(i)];
         switch (cell.cell_kind) {
-        case cell_text: write_text_cell(line, cell, column_width(context, i), context); break;
-        case cell_number: write_number_cell(line, cell, column_width(context, i), context); break;
+        case cell_text: write_text_cell(line, cell, column_width(state.column_list, i), settings); break;
+        case cell_number: write_number_cell(line, cell, column_width(state.column_list, i), settings); break;
         case cell_time_pair:
-        case cell_time_joined: write_time_cell(line, row, i, context); break;
+        case cell_time_joined: write_time_cell(line, row, i, settings, state.column_list); break;
         default: break;
         }
-        if (i + 1 < row.row_size) line << context.m_separator;
+        if (i + 1 < row.row_size) line << settings.separator;
     }
     line << '\n';
     std::string const text = line.str();
@@ -331,4 +330,9 @@ std::string join_texts(std::vector<std::string> const& items)
 std::string join_texts(offset_string_map const& items)
 {
     return join_with_semicolons(items, [](auto const& pair) -> std::string const& { return pair.second; });
+}
+
+std::uint64_t created_time(prefetch_entry const& entry)
+{
+    return entry.run_count != 1 ? entry.input_stats_changed : entry.last_run;
 }

@@ -10,8 +10,7 @@
 
 #include "foundation/vlm_time.h"
 #include "prefetch/offset_string_map.h"
-
-class kito_user_context;
+#include "reports/report_settings.h"
 
 enum cell_kinds : std::uint16_t {
     cell_none = 0,       // column definition, or nothing (second half of a date/time pair)
@@ -74,10 +73,13 @@ int set_text_cell(field_row& row, int index, std::string const& text, std::uint1
 int set_stream_cell(field_row& row, int index, std::ostringstream const& stream, std::uint16_t kind,
                     std::uint32_t flags);
 int set_value_cell(field_row& row, int index, std::uint64_t value, std::uint16_t kind, std::uint32_t flags);
-void write_header_row(std::ostream& out, kito_user_context& context);
-void write_field_row(std::ostream& out, field_row& row, kito_user_context& context);
+// The column names of state.column_list as one line; clears header_pending.
+void write_header_row(std::ostream& out, report_settings const& settings, report_state& state);
+// One line of the row's cells under the columns, after the header if it is pending.
+void write_field_row(std::ostream& out, field_row& row, report_settings const& settings, report_state& state);
 // Writes the time cell at index, advancing index past the time half of a pair.
-void write_time_cell(std::ostream& line, field_row const& row, int& index, kito_user_context const& context);
+void write_time_cell(std::ostream& line, field_row const& row, int& index, report_settings const& settings,
+                     std::vector<field_cell> const& columns);
 void mark_newlines(std::string& text);
 void group_macb_times(time_map& map, time_quad& quad);
 
@@ -90,3 +92,6 @@ std::string filetime_text(std::uint64_t filetime, std::string const& date_format
 std::string join_texts(std::vector<std::string> const& items);
 // The texts of the map, in key order, joined the same way.
 std::string join_texts(offset_string_map const& items);
+// The time a report gives as the program's creation: a program that ran once
+// was created by that run; otherwise the Prefetch file's status change stands.
+std::uint64_t created_time(prefetch_entry const& entry);

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <vector>
 
-#include "driver/kito_user_context.h"
 #include "foundation/vlm_time.h"
 #include "prefetch/container_decompressor.h"
 #include "reports/field_output.h"
@@ -168,18 +167,18 @@ char const* failure_text(decode_failure failure)
     return "could not be decoded";
 }
 
-void add_input(json_object& record, kito_user_context const& context)
+void add_input(json_object& record, report_subject const& file)
 {
-    prefetch_entry const& e = context.m_entry;
-    record.text("path", context.m_file_path).text("file_name", context.m_file_base_name);
+    prefetch_entry const& e = file.entry;
+    record.text("path", file.file_path).text("file_name", file.file_base_name);
     record.number("file_size", e.input_file_size).raw("file_modified", json_time(e.input_modified));
     record.raw("file_accessed", json_time(e.input_accessed)).raw("file_changed", json_time(e.input_stats_changed));
 }
 
-void add_hashes(json_object& record, kito_user_context const& context)
+void add_hashes(json_object& record, report_subject const& file)
 {
-    std::uint32_t const hash = context.m_entry.prefetch_hash;
-    std::string const name_hash = name_hash_of(context.m_file_base_name);
+    std::uint32_t const hash = file.entry.prefetch_hash;
+    std::string const name_hash = name_hash_of(file.file_base_name);
     record.text("prefetch_hash", hash_text(hash));
     if (name_hash.empty()) {
         record.raw("name_hash", "null").raw("hash_matches_name", "null");
@@ -218,24 +217,24 @@ std::string volume_json(prefetch_entry const& e, std::size_t i)
     return volume.raw("directories", directories).close();
 }
 
-void add_examiner_tags(json_object& record, kito_user_context const& context)
+void add_examiner_tags(json_object& record, report_settings const& settings)
 {
-    if (context.m_host_name_given) record.text("host", context.m_host_name);
-    if (context.m_user_name_given) record.text("user", context.m_user_name);
+    if (settings.host_name_given) record.text("host", settings.host_name);
+    if (settings.user_name_given) record.text("user", settings.user_name);
 }
 
-void put_prefetch_record(std::ostream& out, kito_user_context const& context)
+void put_prefetch_record(std::ostream& out, report_subject const& file, report_settings const& settings)
 {
-    prefetch_entry const& e = context.m_entry;
+    prefetch_entry const& e = file.entry;
     json_object record;
     record.text("record", "prefetch");
-    add_input(record, context);
-    record.number("format_version", e.format_version).text("label", context.m_version_label);
+    add_input(record, file);
+    record.number("format_version", e.format_version).text("label", file.version_label);
     record.raw("container", container_json(e.container_kinds)).number("decoded_size", e.decoded_size);
     record.text("executable", e.target_name).text("executable_path", e.target_path);
-    add_hashes(record, context);
+    add_hashes(record, file);
     add_runs(record, e);
-    auto const file = [&e](auto const& string) {
+    auto const one_file = [&e](auto const& string) {
         auto const& [offset, name] = string;
         return file_json(e, offset, name);
     };
@@ -244,21 +243,21 @@ void put_prefetch_record(std::ostream& out, kito_user_context const& context)
     auto const volume = [&e](std::size_t i) { return volume_json(e, i); };
     put_text(out, "{");
     put_text(out, record.members());
-    put_array(out, "files", e.file_strings, file);
+    put_array(out, "files", e.file_strings, one_file);
     put_array(out, "volumes", volumes, volume);
     json_object tags;
-    add_examiner_tags(tags, context);
+    add_examiner_tags(tags, settings);
     if (!tags.members().empty()) put_text(out, ",");
     put_text(out, tags.members());
     put_text(out, "}\n");
 }
 
-json_object error_record(kito_user_context const& context)
+json_object error_record(report_subject const& file, report_settings const& settings)
 {
     json_object record;
-    record.text("record", "error").text("path", context.m_file_path);
-    record.text("error", failure_text(context.m_entry.failure));
-    add_examiner_tags(record, context);
+    record.text("record", "error").text("path", file.file_path);
+    record.text("error", failure_text(file.entry.failure));
+    add_examiner_tags(record, settings);
     return record;
 }
 
@@ -295,10 +294,10 @@ void write_json_run_record(std::ostream& out, json_run_facts const& facts)
     put_record(out, record.raw("arguments", json_array(facts.arguments, json_string)));
 }
 
-bool write_json_report(std::ostream& out, kito_user_context const& context, bool decoded)
+bool write_json_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded)
 {
-    if (decoded) put_prefetch_record(out, context);
-    else put_record(out, error_record(context));
+    if (decoded) put_prefetch_record(out, file, settings);
+    else put_record(out, error_record(file, settings));
     return decoded;
 }
 

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-class kito_user_context;
+#include "reports/report_settings.h"
 
 // What the run record says about the run.
 struct json_run_facts {
@@ -35,5 +35,5 @@ std::string json_time(std::uint64_t filetime);
 void write_json_run_record(std::ostream& out, json_run_facts const& facts);
 // The record of the file in hand: "prefetch" when it was decoded, otherwise
 // "error" with the reason the decoder gave. The result is `decoded`.
-bool write_json_report(std::ostream& out, kito_user_context const& context, bool decoded);
+bool write_json_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded);
 void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported);

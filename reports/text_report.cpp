@@ -7,7 +7,6 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "driver/kito_user_context.h"
 #include "foundation/vlm_time_text.h"
 #include "reports/field_output.h"
 
@@ -59,13 +58,15 @@ private:
 
 // The file system times of the Prefetch file are shown to the second (the
 // cut form); the times recorded inside it keep their fraction.
-std::string time_text(kito_user_context const& context, std::uint64_t filetime, bool whole)
+enum class shown { with_fraction, whole_seconds };
+
+std::string time_text(report_settings const& settings, std::uint64_t filetime, shown precision)
 {
-    if (!whole) return filetime_text(filetime, context.m_date_format, context.m_time_format);
+    if (precision == shown::with_fraction) return filetime_text(filetime, settings.date_format, settings.time_format);
     std::string date;
     std::string clock;
-    vlm::format_time_text_whole(date, clock, vlm::time(filetime, vlm::filetime), context.m_date_format,
-                                context.m_time_format);
+    vlm::format_time_text_whole(date, clock, vlm::time(filetime, vlm::filetime), settings.date_format,
+                                settings.time_format);
     return date + " " + clock;
 }
 
@@ -85,13 +86,12 @@ void put_numbered_list(line_sink& out, offset_string_map const& strings)
     for (auto const& [offset, name] : strings) out.line({ordinal_text(buffer, ++ordinal), " : ", name});
 }
 
-void put_volume_block(line_sink& out, kito_user_context const& context, std::size_t i)
+void put_volume_block(line_sink& out, prefetch_entry const& entry, report_settings const& settings, std::size_t i)
 {
-    prefetch_entry const& entry = context.m_entry;
     std::uint64_t const created = i < entry.volume_times.size() ? entry.volume_times[i] : 0;
     std::uint32_t const serial = i < entry.volume_serials.size() ? entry.volume_serials[i] : 0;
     out.line({"vol path:     ", entry.volume_paths[i]});
-    out.line({"time created: ", time_text(context, created, false)});
+    out.line({"time created: ", time_text(settings, created, shown::with_fraction)});
     out.line({"serial num:   ", volume_serial_text(serial)});
     out.line({});
     if (i >= entry.volume_dirs.size()) return;
@@ -101,21 +101,20 @@ void put_volume_block(line_sink& out, kito_user_context const& context, std::siz
 
 } // namespace
 
-bool write_text_report(std::ostream& stream, kito_user_context& context)
+bool write_text_report(std::ostream& stream, report_subject const& file, report_settings const& settings)
 {
-    if (context.m_fmt_csv || context.m_fmt_timeline || context.m_fmt_bodyfile) return false;
-    prefetch_entry const& entry = context.m_entry;
+    prefetch_entry const& entry = file.entry;
     line_sink out(stream);
 
-    out.line({"Analyzing file: ", context.m_file_path});
-    out.line({"modified:       ", time_text(context, entry.input_modified, true)});
-    out.line({"accessed:       ", time_text(context, entry.input_accessed, true)});
-    out.line({"stats changed   ", time_text(context, entry.input_stats_changed, true)});
+    out.line({"Analyzing file: ", file.file_path});
+    out.line({"modified:       ", time_text(settings, entry.input_modified, shown::whole_seconds)});
+    out.line({"accessed:       ", time_text(settings, entry.input_accessed, shown::whole_seconds)});
+    out.line({"stats changed   ", time_text(settings, entry.input_stats_changed, shown::whole_seconds)});
     out.line({});
     out.line({"target file:    ", entry.target_name, ", run ", std::to_string(entry.run_count), " times"});
-    out.line({"Last run:       ", time_text(context, entry.last_run, false)});
+    out.line({"Last run:       ", time_text(settings, entry.last_run, shown::with_fraction)});
     for (auto it = entry.prev_run_times.rbegin(); it != entry.prev_run_times.rend(); ++it)
-        out.line({"Prev run:       ", time_text(context, *it, false)});
+        out.line({"Prev run:       ", time_text(settings, *it, shown::with_fraction)});
     out.line({"path:           ", entry.target_path});
     out.line({});
     out.line({" --------- files mapped --------- "});
@@ -124,6 +123,6 @@ bool write_text_report(std::ostream& stream, kito_user_context& context)
     out.line({});
     out.line({" --------- directories mapped --------- "});
     out.line({});
-    for (std::size_t i = 0; i < entry.volume_paths.size(); ++i) put_volume_block(out, context, i);
+    for (std::size_t i = 0; i < entry.volume_paths.size(); ++i) put_volume_block(out, entry, settings, i);
     return true;
 }

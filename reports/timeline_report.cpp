@@ -3,7 +3,6 @@
 #include <map>
 #include <sstream>
 
-#include "driver/kito_user_context.h"
 #include "foundation/vlm_string.h"
 
 namespace {
@@ -17,11 +16,10 @@ std::string last_path_part(std::string const& path)
 // With -verbose the modules stand with their whole paths, in map order.
 // Otherwise by file name only, once per name whatever its case (the first
 // spelling met wins), sorted by the lower-cased name.
-std::string module_list(kito_user_context const& context)
+std::string module_list(offset_string_map const& strings, bool verbose)
 {
-    offset_string_map const& strings = context.m_entry.file_strings;
     if (strings.empty()) return {};
-    if (context.m_verbose) return "Module list: " + join_texts(strings);
+    if (verbose) return "Module list: " + join_texts(strings);
     std::map<std::string, std::string> by_key;
     for (auto const& [offset, path] : strings) {
         std::string name = last_path_part(path);
@@ -33,65 +31,62 @@ std::string module_list(kito_user_context const& context)
     return "Module list: " + join_texts(names);
 }
 
-std::string run_notes(kito_user_context const& context)
+std::string run_notes(prefetch_entry const& entry, report_settings const& settings)
 {
-    prefetch_entry const& entry = context.m_entry;
     std::string notes = "Run count: " + std::to_string(entry.run_count);
     if (entry.prev_run_times.empty()) return notes;
     std::vector<std::string> times;
     for (auto it = entry.prev_run_times.rbegin(); it != entry.prev_run_times.rend(); ++it)
-        times.push_back(filetime_text(*it, context.m_date_format, context.m_time_format));
+        times.push_back(filetime_text(*it, settings.date_format, settings.time_format));
     // The plural follows the run count, not the number of times listed.
     notes += entry.run_count > 2 ? " [Previous times run: " : " [Previous time run: ";
     return notes + join_texts(times) + "]";
 }
 
-std::string volume_list(kito_user_context const& context)
+std::string volume_list(prefetch_entry const& entry, report_settings const& settings)
 {
-    prefetch_entry const& entry = context.m_entry;
     if (entry.volume_paths.empty()) return {};
     std::vector<std::string> groups;
     for (std::size_t i = 0; i < entry.volume_paths.size(); ++i) {
         std::uint32_t const serial = i < entry.volume_serials.size() ? entry.volume_serials[i] : 0;
         std::uint64_t const created = i < entry.volume_times.size() ? entry.volume_times[i] : 0;
         groups.push_back("[" + entry.volume_paths[i] + "; " + volume_serial_text(serial) + "; " +
-                         filetime_text(created, context.m_date_format, context.m_time_format) + "]");
+                         filetime_text(created, settings.date_format, settings.time_format) + "]");
     }
     return "Volume name; serial#; date: " + join_texts(groups);
 }
 
-timeline_record build_record(kito_user_context const& context)
+timeline_record build_record(report_subject const& file, report_settings const& settings)
 {
-    prefetch_entry const& entry = context.m_entry;
+    prefetch_entry const& entry = file.entry;
     timeline_record record;
     record.times.m = entry.input_modified;
     record.times.a = entry.input_accessed;
     record.times.c = entry.last_run;
-    // A program that ran once was created by that run.
-    record.times.b = entry.run_count != 1 ? entry.input_stats_changed : entry.last_run;
+    record.times.b = created_time(entry);
     record.times.m_label = "Last Modified";
     record.times.a_label = "Last Access";
     record.times.c_label = "Last Run";
     record.times.b_label = "Created";
     record.source = "PREFETCH";
-    record.sourcetype = context.m_version_label;
-    record.user = context.m_user_name;
-    record.host = context.m_host_name;
-    record.filename = context.m_file_path;
-    record.format = last_path_part(context.m_program_name) + " (velmora)";
-    record.short_text = context.m_file_base_name + " [" + entry.target_name + " executed]";
-    record.desc = module_list(context);
-    record.notes = run_notes(context);
-    record.extra = volume_list(context);
-    record.date_format = context.m_date_format;
-    record.time_format = context.m_time_format;
-    record.layout = context.m_date_time_layout;
-    record.separator = context.m_separator;
-    record.substitute_from = context.m_value_substitute_from;
-    record.substitute_to = context.m_value_substitute_to;
-    record.no_padding = context.m_no_padding;
-    record.padded = !context.m_no_padding;
-    record.paired = context.m_pair_datetime;
+    record.sourcetype = file.version_label;
+    record.user = settings.user_name;
+    record.host = settings.host_name;
+    record.filename = file.file_path;
+    record.format = last_path_part(settings.program_name) + " (velmora)";
+    record.short_text = file.file_base_name + " [" + entry.target_name + " executed]";
+    record.desc = module_list(entry.file_strings, settings.verbose);
+    record.notes = run_notes(entry, settings);
+    record.extra = volume_list(entry, settings);
+    record.date_format = settings.date_format;
+    record.time_format = settings.time_format;
+    record.layout = settings.date_time_layout;
+    record.separator = settings.separator;
+    record.substitute_from = settings.value_substitute_from;
+    record.substitute_to = settings.value_substitute_to;
+    record.no_padding = settings.no_padding;
+    record.padded = !settings.no_padding;
+    record.paired = settings.pair_datetime;
     return record;
 }
 
@@ -115,7 +110,7 @@ void make_safe(timeline_record& record)
 {
     if (record.substitute_from != 0 && record.substitute_to != 0) {
         for (std::string* text : {&record.short_text, &record.desc, &record.filename, &record.notes, &record.extra})
-            substitute_char(*text, record.substitute_from, record.substitute_to, false);
+            substitute_char(*text, record.substitute_from, record.substitute_to, /*ignore_case=*/false);
     }
     for (std::string* text : {&record.desc, &record.notes, &record.extra}) mark_newlines(*text);
 }
@@ -165,19 +160,18 @@ bool write_timeline_record(bool& header_pending, std::ostream& out, timeline_rec
     return true;
 }
 
-bool write_timeline_report(std::ostream& out, kito_user_context& context)
+bool write_timeline_report(std::ostream& out, report_subject const& file, report_settings const& settings,
+                           report_state& state)
 {
-    if (!context.m_fmt_timeline) return false;
-    timeline_record const record = build_record(context);
+    timeline_record const record = build_record(file, settings);
     timeline_record first = record;
-    write_timeline_record(context.m_header_pending, out, first);
-    std::set<std::uint64_t> const& previous = context.m_entry.prev_run_times;
+    write_timeline_record(state.header_pending, out, first);
+    std::set<std::uint64_t> const& previous = file.entry.prev_run_times;
     if (previous.empty()) return true;
-    std::string const last_run_text =
-        filetime_text(context.m_entry.last_run, context.m_date_format, context.m_time_format);
+    std::string const last_run_text = filetime_text(file.entry.last_run, settings.date_format, settings.time_format);
     for (auto it = previous.rbegin(); it != previous.rend(); ++it) {
         timeline_record copy = previous_run_record(record, *it, last_run_text);
-        write_timeline_record(context.m_header_pending, out, copy);
+        write_timeline_record(state.header_pending, out, copy);
     }
     return true;
 }

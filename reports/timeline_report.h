@@ -8,8 +8,6 @@
 #include "foundation/vlm_time_text.h"
 #include "reports/field_output.h"
 
-class kito_user_context;
-
 struct timeline_record {
     time_quad times;
     std::string timezone = "UTC";
@@ -37,7 +35,9 @@ struct timeline_record {
     bool paired = false;
 };
 
-bool write_timeline_report(std::ostream& out, kito_user_context& context);
+// The file's rows, then those of each previous run, newest first; true.
+bool write_timeline_report(std::ostream& out, report_subject const& file, report_settings const& settings,
+                           report_state& state);
 // Writes the header first when header_pending is set (and clears it), then
 // the rows of the record, in ascending time. Makes the record's texts safe
 // for the separator in place.

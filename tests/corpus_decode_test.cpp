@@ -8,7 +8,7 @@
 #include <set>
 
 #include "driver/kito_user_context.h"
-#include "prefetch/decode_chain.h"
+#include "driver/output_entry.h"
 #include "support/load_capture.h"
 #include "support/json_lite.h"
 #include "support/run_process.h"

@@ -4,7 +4,6 @@
 
 #include <sstream>
 
-#include "driver/kito_user_context.h"
 
 namespace {
 
@@ -50,11 +49,14 @@ TEST(GroupMacbTimes, MergesEqualTimesUnderTheEarliestLetter)
 // A row written as -csv writes it: compact, "," with commas made blanks.
 std::string write_csv_row(field_row& row, std::size_t columns)
 {
-    kito_user_context context;
-    context.m_separator = ",", context.m_value_substitute_from = ',', context.m_value_substitute_to = ' ';
-    context.m_no_padding = true, context.m_header_pending = false, context.m_column_list.resize(columns);
+    report_settings settings;
+    settings.separator = ",", settings.value_substitute_from = ',', settings.value_substitute_to = ' ';
+    settings.no_padding = true, settings.delimited_form = true;
+    bool header_pending = false;
+    std::vector<field_cell> column_list(columns);
+    report_state state{header_pending, column_list};
     std::ostringstream out;
-    write_field_row(out, row, context);
+    write_field_row(out, row, settings, state);
     return out.str();
 }
 

@@ -5,8 +5,6 @@
 #include <optional>
 #include <sstream>
 
-#include "driver/kito_user_context.h"
-#include "prefetch/container_decompressor.h"
 #include "prefetch/decode_chain.h"
 #include "reports/json_report.h"
 #include "support/prefetch_builder.h"
@@ -94,16 +92,20 @@ TEST(JsonReport, FileReferencesFromTheMetricsArray)
         fields.file_references = refs;
         pf_image image = build_prefetch(fields);
         if (r.damage) r.damage(image);
-        kito_user_context context;
-        ASSERT_TRUE(decode_prefetch_buffer(image.bytes.data(), image.size(), context));
-        EXPECT_EQ(references_of(context.m_entry), r.want);
+        container_decompressor inner;
+        prefetch_entry entry;
+        std::string label;
+        ASSERT_TRUE(decode_prefetch_buffer(image.bytes.data(), image.size(), inner, entry, label));
+        EXPECT_EQ(references_of(entry), r.want);
     }
 }
 
-std::string record_of(kito_user_context const& context)
+std::string const pf = "NOTEPAD.EXE-D8414F97.pf", pf_path = "/cases/" + pf, label = "Win10 Prefetch";
+
+std::string record_of(prefetch_entry const& entry, std::string const& name = pf, report_settings const& settings = {})
 {
     std::ostringstream out;
-    EXPECT_TRUE(write_json_report(out, context, true));
+    EXPECT_TRUE(write_json_report(out, {entry, pf_path, name, label}, settings, true));
     return out.str();
 }
 
@@ -119,10 +121,9 @@ TEST(JsonReport, HashOfTheHeaderAgainstTheFileName)
         {"NOTEPAD.EXE-D8414G97.pf", R"("name_hash":null,"hash_matches_name":null)"},
     };
     for (row const& r : rows) {
-        kito_user_context context;
-        context.m_file_base_name = r.name;
-        context.m_entry.prefetch_hash = 0xd8414f97;
-        EXPECT_NE(record_of(context).find(R"("prefetch_hash":"D8414F97",)" + r.members), std::string::npos) << r.name;
+        prefetch_entry entry;
+        entry.prefetch_hash = 0xd8414f97;
+        EXPECT_NE(record_of(entry, r.name).find(R"("prefetch_hash":"D8414F97",)" + r.members), std::string::npos) << r.name;
     }
 }
 
@@ -130,10 +131,9 @@ TEST(JsonReport, HashOfTheHeaderAgainstTheFileName)
 // previous runs latest first, a time past 3000 null beside its raw value.
 TEST(JsonReport, WholePrefetchRecord)
 {
-    kito_user_context context;
-    context.m_file_path = "/cases/NOTEPAD.EXE-D8414F97.pf", context.m_file_base_name = "NOTEPAD.EXE-D8414F97.pf";
-    context.m_version_label = "Win10 Prefetch", context.m_host_name = "WS01", context.m_host_name_given = true;
-    prefetch_entry& e = context.m_entry;
+    report_settings settings;
+    settings.host_name = "WS01", settings.host_name_given = true;
+    prefetch_entry e;
     e.input_file_size = 23042, e.input_modified = 130450000000000000ULL, e.format_version = 30;
     e.container_kinds = {container_mam}, e.decoded_size = 31744, e.prefetch_hash = 0xd8414f97;
     e.target_name = "NOTEPAD.EXE", e.target_path = "\\VOLUME{1}\\NOTEPAD.EXE", e.run_count = 5;
@@ -142,7 +142,7 @@ TEST(JsonReport, WholePrefetchRecord)
     e.file_references = {{100, {25654, 1}}};
     e.volume_paths = {"\\VOLUME{1}"}, e.volume_times = {0}, e.volume_serials = {0xa4c300f1u};
     e.volume_dirs = {{{1, "\\VOLUME{1}\\WINDOWS"}}};
-    EXPECT_EQ(record_of(context),
+    EXPECT_EQ(record_of(e, pf, settings),
               R"({"record":"prefetch","path":"/cases/NOTEPAD.EXE-D8414F97.pf","file_name":"NOTEPAD.EXE-D8414F97.pf",)"
               R"("file_size":23042,"file_modified":"2014-05-19T19:06:40.0000000Z","file_accessed":null,"file_changed":null,)"
               R"("format_version":30,"label":"Win10 Prefetch","container":"MAM","decoded_size":31744,)"

@@ -6,9 +6,9 @@
 #include <functional>
 
 #include "driver/kito_user_context.h"
-#include "prefetch/decode_chain.h"
+#include "driver/output_entry.h"
 #include "prefetch/prefetch_header.h"
-#include "support/load_capture.h"
+#include "support/decoded_file.h"
 #include "support/container_encoder.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
@@ -24,10 +24,7 @@ strings values_of(offset_string_map const& map)
     return out;
 }
 
-bool decode(pf_image const& image, kito_user_context& context)
-{
-    return decode_prefetch_buffer(image.bytes.data(), image.size(), context);
-}
+bool decode(pf_image const& image, decoded_file& file) { return file.decode(image.bytes.data(), image.size()); }
 
 TEST(PrefetchDecode, AcceptanceLooksAtSizeAndSignatureOnly)
 {
@@ -74,10 +71,10 @@ TEST(PrefetchDecode, LayoutFollowsVersionAndMetricsOffset)
         fields.metrics_offset = r.metrics_offset;
         std::vector<std::uint8_t> bytes = build_prefetch(fields).bytes;
         if (r.packed) bytes = encode_mam(bytes);
-        kito_user_context context;
-        ASSERT_TRUE(decode_prefetch_buffer(bytes.data(), static_cast<std::uint32_t>(bytes.size()), context));
-        auto const& e = context.m_entry;
-        EXPECT_EQ(context.m_version_label, r.label);
+        decoded_file file;
+        ASSERT_TRUE(file.decode(bytes.data(), bytes.size()));
+        auto const& e = file.entry;
+        EXPECT_EQ(file.label, r.label);
         EXPECT_EQ(e.run_count, r.run_count);
         EXPECT_EQ(e.last_run, r.run_count == 0 ? 0 : newest);
         EXPECT_EQ(e.entry_times.count(newest), r.run_count == 0 ? 0u : 1u);
@@ -129,9 +126,9 @@ TEST(PrefetchDecode, DamageDegradesRatherThanRejects)
         if (r.change) r.change(fields);
         pf_image image = build_prefetch(fields);
         if (r.damage) r.damage(image);
-        kito_user_context context;
-        ASSERT_TRUE(decode(image, context));
-        auto const& e = context.m_entry;
+        decoded_file file;
+        ASSERT_TRUE(decode(image, file));
+        auto const& e = file.entry;
         EXPECT_EQ(e.target_path, r.target);
         EXPECT_EQ(e.volume_paths, r.paths);
         std::vector<strings> dirs;
@@ -151,7 +148,8 @@ TEST(PrefetchDecode, DamageDegradesRatherThanRejects)
 TEST(PrefetchDecode, ResetClearsEverythingButTheLabel)
 {
     kito_user_context context;
-    ASSERT_TRUE(decode(build_prefetch(typical_prefetch(26)), context));
+    pf_image const image = build_prefetch(typical_prefetch(26));
+    ASSERT_TRUE(decode_prefetch_buffer(image.bytes.data(), image.size(), context));
     context.m_entry.input_file_size = 5;
     reset_decoded_entry(context);
     auto const& e = context.m_entry;
@@ -169,10 +167,9 @@ TEST(PrefetchDecode, LoadFailures)
     write_file(bad_utf8, std::string(good.bytes.begin(), good.bytes.end()));
     // The last one is readable, but the file system cannot be asked for its facts.
     for (std::string const& path : {dir + "/missing.pf", std::string(), bad_utf8}) {
-        kito_user_context context;
-        std::string err;
-        EXPECT_FALSE(load(path, context, err)) << path;
-        EXPECT_EQ(err, path == bad_utf8 ? "" : "prob reading file " + path + "\n");
+        decoded_file file;
+        EXPECT_FALSE(file.load(path)) << path;
+        EXPECT_EQ(file.err, path == bad_utf8 ? "" : "prob reading file " + path + "\n");
     }
 }
 
@@ -192,17 +189,16 @@ TEST(PrefetchDecode, LoadReadsSixteenMebibytes)
     temp_folder const folder("decode");
     std::string const path = folder / "big.pf";
     write_file(path, std::string(image.bytes.begin(), image.bytes.end()));
-    kito_user_context context, whole;
-    std::string err;
-    ASSERT_TRUE(load(path, context, err));
-    EXPECT_EQ(err, "");
-    EXPECT_TRUE(context.m_entry.file_strings.empty());
-    EXPECT_EQ(context.m_entry.input_file_size, limit + 64u);
-    EXPECT_EQ(context.m_entry.run_count, 7u);
+    decoded_file file, whole;
+    ASSERT_TRUE(file.load(path));
+    EXPECT_EQ(file.err, "");
+    EXPECT_TRUE(file.entry.file_strings.empty());
+    EXPECT_EQ(file.entry.input_file_size, limit + 64u);
+    EXPECT_EQ(file.entry.run_count, 7u);
     std::remove(path.c_str());
     // The same bytes handed over whole do hold the string.
     ASSERT_TRUE(decode(image, whole));
-    EXPECT_EQ(values_of(whole.m_entry.file_strings), strings{"ABCD"});
+    EXPECT_EQ(values_of(whole.entry.file_strings), strings{"ABCD"});
 }
 
 } // namespace

@@ -4,10 +4,8 @@
 #include <memory>
 #include <sstream>
 
-#include "driver/kito_user_context.h"
+#include "driver/output_entry.h"
 #include "reports/bodyfile_report.h"
-#include "reports/csv_report.h"
-#include "reports/text_report.h"
 #include "reports/timeline_report.h"
 
 namespace {
@@ -52,18 +50,12 @@ std::unique_ptr<kito_user_context> make_context(unsigned options, change_fn chan
     return context;
 }
 
-auto writer_for(unsigned o)
-{
-    return o & longform ? write_text_report : o & csvl2t ? write_timeline_report : o & bodyfile ? write_bodyfile_report
-                                                                                                  : write_csv_report;
-}
-
 // What the writer leaves for one file, or for two in a run, the second with a longer path.
 std::string written(unsigned options, change_fn change, int files = 1)
 {
     auto context = make_context(options, change);
     std::ostringstream out;
-    for (int i = 0; i < files; ++i, context->m_file_path = longer) EXPECT_TRUE(writer_for(options)(out, *context));
+    for (int i = 0; i < files; ++i, context->m_file_path = longer) EXPECT_TRUE(write_prefetch_report(out, *context, true));
     return out.str();
 }
 

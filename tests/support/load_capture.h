@@ -6,7 +6,7 @@
 #include <string>
 
 #include "driver/kito_user_context.h"
-#include "prefetch/decode_chain.h"
+#include "driver/output_entry.h"
 
 inline bool load(std::string const& path, kito_user_context& context, std::string& err)
 {

@@ -1,0 +1,121 @@
+#include "driver/output_entry.h"
+
+#include "prefetch/decode_chain.h"
+#include "reports/bodyfile_report.h"
+#include "reports/csv_report.h"
+#include "reports/json_report.h"
+#include "reports/text_report.h"
+#include "reports/timeline_report.h"
+
+namespace {
+
+report_state state_of(kito_user_context& context) { return {context.m_header_pending, context.m_column_list}; }
+
+bool decode_and_write(std::ostream& out, kito_user_context& context)
+{
+    // One bad file must never end a batch: whatever escapes decoding or
+    // writing is logged and the file counts as failed.
+    try {
+        return write_prefetch_report(out, context, load_prefetch_file(context));
+    } catch (...) {
+        try {
+            context.diag_printf("output_prefetch_entry: exception caught");
+            context.m_entry.failure = decode_failure::exception;
+            write_json_report(out, context, /*decoded=*/false);
+        } catch (...) {
+        }
+        return false;
+    }
+}
+
+} // namespace
+
+report_settings settings_of(kito_user_context const& options)
+{
+    report_settings s;
+    s.date_format = options.m_date_format;
+    s.time_format = options.m_time_format;
+    s.date_time_layout = options.m_date_time_layout;
+    s.separator = options.m_separator;
+    s.value_substitute_from = options.m_value_substitute_from;
+    s.value_substitute_to = options.m_value_substitute_to;
+    s.no_padding = options.m_no_padding;
+    s.blank_before_time = options.m_blank_before_time;
+    s.base16 = options.m_base16;
+    s.delimited_form = options.m_fmt_csv || options.m_fmt_timeline || options.m_fmt_csvgen || options.m_fmt_bodyfile;
+    s.pair_datetime = options.m_pair_datetime;
+    s.verbose = options.m_verbose;
+    s.user_name = options.m_user_name;
+    s.host_name = options.m_host_name;
+    s.user_name_given = options.m_user_name_given;
+    s.host_name_given = options.m_host_name_given;
+    s.program_name = options.m_program_name;
+    s.show_prev_runs = options.m_show_prev_runs;
+    s.show_prefetch_path = options.m_show_prefetch_path;
+    return s;
+}
+
+report_subject subject_of(kito_user_context const& context)
+{
+    return {context.m_entry, context.m_file_path, context.m_file_base_name, context.m_version_label};
+}
+
+bool write_text_report(std::ostream& out, kito_user_context& context)
+{
+    if (context.m_fmt_csv || context.m_fmt_timeline || context.m_fmt_bodyfile) return false;
+    return write_text_report(out, subject_of(context), settings_of(context));
+}
+
+bool write_csv_report(std::ostream& out, kito_user_context& context)
+{
+    report_state state = state_of(context);
+    return context.m_fmt_csv && write_csv_report(out, subject_of(context), settings_of(context), state);
+}
+
+bool write_timeline_report(std::ostream& out, kito_user_context& context)
+{
+    report_state state = state_of(context);
+    return context.m_fmt_timeline && write_timeline_report(out, subject_of(context), settings_of(context), state);
+}
+
+bool write_bodyfile_report(std::ostream& out, kito_user_context& context)
+{
+    report_state state = state_of(context);
+    return context.m_fmt_bodyfile && write_bodyfile_report(out, subject_of(context), state);
+}
+
+bool write_json_report(std::ostream& out, kito_user_context& context, bool decoded)
+{
+    return context.m_fmt_json && write_json_report(out, subject_of(context), settings_of(context), decoded);
+}
+
+bool write_prefetch_report(std::ostream& out, kito_user_context& context, bool decoded)
+{
+    // The JSON form reports a refused file as well, with its reason.
+    if (context.m_fmt_json) return write_json_report(out, context, decoded);
+    if (!decoded) return false;
+    if (context.m_fmt_csv) return write_csv_report(out, context);
+    if (context.m_fmt_timeline) return write_timeline_report(out, context);
+    if (context.m_fmt_bodyfile) return write_bodyfile_report(out, context);
+    return write_text_report(out, context);
+}
+
+bool output_prefetch_entry(std::ostream& out, kito_user_context& context)
+{
+    ++context.m_files_handled;
+    bool const reported = decode_and_write(out, context);
+    if (reported) ++context.m_files_reported;
+    return reported;
+}
+
+bool load_prefetch_file(kito_user_context& context)
+{
+    return load_prefetch_file(context.m_file_path, context.m_buffers, context.m_entry, context.m_version_label);
+}
+
+bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_user_context& context)
+{
+    return decode_prefetch_buffer(data, size, context.m_buffers.inner, context.m_entry, context.m_version_label);
+}
+
+void reset_decoded_entry(kito_user_context& context) { context.m_entry = prefetch_entry{}; }
