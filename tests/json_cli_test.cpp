@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <set>
 
 #include "support/json_lite.h"
 #include "support/prefetch_builder.h"
@@ -142,8 +143,20 @@ void expect_sidecar(json_value const& want, json_value const& got)
     }
 }
 
+// What a real file's own bytes say, read here without the product's readers:
+// one row per layout, with the offsets of the last run and the run count.
+struct layout {
+    std::uint32_t version;
+    char const* label;
+    bool newest_slot; // the largest of the eight slots at 128..184 is the last run
+    std::size_t last_run_at, run_count_at;
+} const layouts[] = {{17, "WinXP Prefetch", false, 120, 144}, {23, "Vista/Win7 Prefetch", false, 128, 152},
+                     {26, "Win8 Prefetch", true, 128, 208}, {31, "Win11 Prefetch", true, 128, 200}};
+
+struct real_counts { int plain = 0, containers = 0, two_volume_win11 = 0; };
+
 // A real file agrees with its name and, where it is stored plain, with its header bytes.
-void expect_real(std::string const& path, json_value const& got)
+void expect_real(std::string const& path, json_value const& got, std::string const& line, real_counts& counts)
 {
     std::string const name = fs::path(path).filename().string(), bytes = read_file(path);
     if (path.find("/Bad/") != std::string::npos) {
@@ -151,19 +164,48 @@ void expect_real(std::string const& path, json_value const& got)
         return;
     }
     EXPECT_EQ(text(got, "name_hash") + " " + text(got, "hash_matches_name"), name.substr(name.rfind('-') + 1, 8) + " true");
+    // A garbage volume record would show as escaped surrogates; the path is among the strings.
+    EXPECT_EQ(line.find("\\ud"), std::string::npos);
+    auto const& volumes = member_of(got, "volumes").items;
+    EXPECT_FALSE(member_of(got, "files").items.empty() || volumes.empty());
+    EXPECT_NE(text(got, "executable_path").find('\\'), std::string::npos);
+    for (json_value const& volume : volumes) EXPECT_EQ(text(volume, "device_path").rfind('\\', 0), 0u);
     if (bytes.compare(0, 3, "MAM") == 0) {
-        EXPECT_EQ(text(got, "container"), "MAM");
+        ++counts.containers;
+        EXPECT_EQ(text(got, "container") + " " + text(got, "label"), "MAM Win10 Prefetch");
         return;
     }
-    auto const u32 = [&bytes](std::size_t at) {
-        std::uint32_t value = 0;
-        for (int i = 3; i >= 0; --i) value = value << 8 | static_cast<std::uint8_t>(bytes.at(at + i));
+    ++counts.plain;
+    auto const le = [&bytes](std::size_t at, int width) {
+        std::uint64_t value = 0;
+        for (int i = width - 1; i >= 0; --i) value = value << 8 | static_cast<std::uint8_t>(bytes.at(at + i));
         return value;
     };
+    ASSERT_EQ(bytes.compare(4, 4, "SCCA"), 0);
+    auto const* row = std::find_if(std::begin(layouts), std::end(layouts), [&](layout const& l) { return l.version == le(0, 4); });
+    ASSERT_NE(row, std::end(layouts));
+    if (row->version == 31) {
+        EXPECT_EQ(le(84, 4), 296u); // Windows 11 moved the run count with the metrics offset
+        counts.two_volume_win11 += volumes.size() == 2;
+    }
+    std::string executable; // ASCII in all real samples
+    for (std::size_t i = 16; i < 76 && bytes[i] != 0; i += 2) executable += bytes[i];
+    std::set<std::uint64_t> previous;
+    std::uint64_t newest = le(row->last_run_at, 8);
+    for (std::size_t slot = 136; row->newest_slot && slot < 192; slot += 8) {
+        newest = std::max(newest, le(slot, 8));
+        if (le(slot, 8) != 0) previous.insert(le(slot, 8));
+    }
+    EXPECT_TRUE(newest != 0 && le(row->run_count_at, 4) != 0);
     char hash[12];
-    std::snprintf(hash, sizeof hash, "%08X", u32(76));
-    EXPECT_EQ(text(got, "prefetch_hash") + " " + text(got, "format_version") + " " + text(got, "decoded_size"),
-              std::string(hash) + " " + std::to_string(u32(0)) + " " + std::to_string(bytes.size()));
+    std::snprintf(hash, sizeof hash, "%08X", unsigned(le(76, 4)));
+    EXPECT_EQ(text(got, "label") + "|" + text(got, "format_version") + "|" + text(got, "prefetch_hash") + "|" +
+                  text(got, "decoded_size") + "|" + text(got, "file_size") + "|" + text(got, "executable") + "|" +
+                  text(got, "run_count") + "|" + text(got, "last_run_filetime"),
+              std::string(row->label) + "|" + std::to_string(row->version) + "|" + hash + "|" +
+                  std::to_string(bytes.size()) + "|" + std::to_string(bytes.size()) + "|" + executable + "|" +
+                  std::to_string(le(row->run_count_at, 4)) + "|" + std::to_string(newest));
+    EXPECT_EQ(numbers_of(member_of(got, "previous_runs_filetime")), std::vector<std::uint64_t>(previous.rbegin(), previous.rend()));
 }
 
 TEST(json_cli, whole_corpus_in_one_batch_with_bad_files)
@@ -183,19 +225,18 @@ TEST(json_cli, whole_corpus_in_one_batch_with_bad_files)
 
     process_result const run = run_kito({"-pipe", "-json", "-quiet"}, input);
     EXPECT_EQ(run.status, 255); // the last name, a folder, fails
+    strings const lines = lines_of(run.out);
     std::vector<json_value> const records = records_of(run.out);
-    std::vector<bool> refused_by_jq;
-    expect_every_line_parses(run.out, records, refused_by_jq);
-    if (IsSkipped()) return;
     ASSERT_EQ(records.size(), names.size() + 2);
     std::size_t reported = 0;
+    real_counts counts;
     for (std::size_t i = 0; i < names.size(); ++i) {
         json_value const& got = records[i + 1];
         SCOPED_TRACE(names[i]);
         reported += text(got, "record") == "prefetch";
         json_value want;
         std::string const sidecar = names[i].substr(0, names[i].size() - 3) + ".expect.json";
-        if (names[i].find("/real/") != std::string::npos) expect_real(names[i], got);
+        if (names[i].find("/real/") != std::string::npos) expect_real(names[i], got, lines[i + 1], counts);
         else if (parse_json(read_file(sidecar), want)) expect_sidecar(want, got);
         else EXPECT_EQ(text(got, "error"), names[i].ends_with("empty.pf") ? "empty file" : "cannot be read");
         if (names[i].ends_with("Win7/CMD.EXE-4A81B364.pf")) {
@@ -207,7 +248,11 @@ TEST(json_cli, whole_corpus_in_one_batch_with_bad_files)
     EXPECT_EQ(text(records.back(), "record") + text(records.back(), "files") + "/" + text(records.back(), "failed"),
               "summary" + std::to_string(names.size()) + "/" + std::to_string(names.size() - reported));
     EXPECT_GT(reported, 110u);
+    EXPECT_EQ(std::tuple(counts.plain, counts.containers, counts.two_volume_win11), std::tuple(46, 6, 2));
 
+    std::vector<bool> refused_by_jq;
+    expect_every_line_parses(run.out, records, refused_by_jq);
+    if (IsSkipped()) return;
     // The README's jq line for Timesketch: one event for each valid run time
     // of the lines that jq reads.
     std::string const readme = read_file(env_or_empty("KITO_SOURCE") + "/README.md");
