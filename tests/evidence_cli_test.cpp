@@ -12,28 +12,20 @@
 
 namespace {
 
-std::string text_of(byte_vec const& bytes) { return {bytes.begin(), bytes.end()}; }
-
 // A Windows 11 file and the same file as a MAM container, side by side.
 class evidence : public testing::Test {
 protected:
     void SetUp() override
     {
         if (env_or_empty("KITO_BINARY").empty()) GTEST_SKIP() << "KITO_BINARY not set";
-        write_file(plain, text_of(build_prefetch(typical_prefetch(31)).bytes));
-        write_file(packed, text_of(encode_mam(build_prefetch(typical_prefetch(31)).bytes)));
+        write_file(plain, build_prefetch(typical_prefetch(31)).bytes);
+        write_file(packed, encode_mam(build_prefetch(typical_prefetch(31)).bytes));
     }
     // Runs kito with standard output sent to `stdout_path`.
     static process_result run_to(std::string const& stdout_path, std::vector<std::string> args)
     {
         args.insert(args.begin(), {"-c", "exec \"$@\" > " + stdout_path, "sh", env_or_empty("KITO_BINARY")});
         return run_process("/bin/sh", args, "", {"TZ=UTC"});
-    }
-    static std::size_t count_of(std::string const& text, std::string const& part)
-    {
-        std::size_t n = 0;
-        for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-        return n;
     }
     temp_folder folder{"evidence"};
     std::string dir = folder.path(), plain = folder / "NOTEPAD.EXE-D8414F97.pf", packed = folder / "packed.pf";
@@ -114,7 +106,7 @@ TEST_F(evidence, a_container_may_declare_sixteen_mebibytes_and_no_more)
         SCOPED_TRACE(declared);
         byte_vec container = encode_mam(build_prefetch(typical_prefetch(31)).bytes);
         for (int i = 0; i < 4; ++i) container[4 + i] = static_cast<std::uint8_t>(declared >> (8 * i));
-        write_file(packed, text_of(container));
+        write_file(packed, container);
         std::string const unpacked = dir + "/unpacked.pf";
         process_result const unpack = run_kito({packed, "-decompress_to", unpacked, "-quiet"});
         process_result const report = run_kito({packed, "-csv"});

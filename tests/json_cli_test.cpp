@@ -49,12 +49,6 @@ std::string text(json_value const& object, char const* key)
     return v.is_null() ? "null" : v.text;
 }
 
-std::string file_bytes(pf_fields const& fields)
-{
-    std::vector<std::uint8_t> const bytes = build_prefetch(fields).bytes;
-    return {bytes.begin(), bytes.end()};
-}
-
 // Prints each line's record kind, with "!" when one of its strings holds an
 // unpaired high surrogate; fails at the first line that is not UTF-8 and JSON.
 char const python_reader[] = R"(
@@ -218,7 +212,7 @@ TEST(json_cli, whole_corpus_in_one_batch_with_bad_files)
         if (entry.path().extension() == ".pf") names.push_back(entry.path().string());
     std::sort(names.begin(), names.end());
     write_file(dir + "/empty.pf", "");
-    write_file(dir + "/bad\xff.pf", file_bytes(typical_prefetch(23))); // not UTF-8: its facts cannot be asked for
+    write_file(dir + "/bad\xff.pf", build_prefetch(typical_prefetch(23)).bytes); // not UTF-8: its facts cannot be asked for
     for (char const* bad : {"/missing.pf", "/empty.pf", "/bad\xff.pf", ""}) names.push_back(dir + bad);
     std::string input;
     for (std::string const& name : names) input += name + "\n";
@@ -284,9 +278,9 @@ TEST(json_cli, text_survives_python_unit_for_unit_and_byte_for_byte)
     pf_fields fields = typical_prefetch(30);
     fields.volumes[0].directories = {directory};
     fields.file_strings[2] = file;
-    write_file(good, file_bytes(fields));
+    write_file(good, build_prefetch(fields).bytes);
     // A path that is not UTF-8 is read, but the file system is not asked for its facts.
-    write_file(stray, file_bytes(fields));
+    write_file(stray, build_prefetch(fields).bytes);
     process_result const run = run_kito({"-pipe", "-json", "-hostname", stray}, good + "\n" + stray + "\n");
     char const script[] = R"(
 import json, sys
@@ -319,7 +313,7 @@ TEST(json_cli, option_interplay)
     temp_folder const folder{"json"};
     std::string const dir = folder.path(), a = dir + "/a.pf";
     if (env_or_empty("KITO_BINARY").empty()) GTEST_SKIP() << "no kito";
-    write_file(a, file_bytes(typical_prefetch(26)));
+    write_file(a, build_prefetch(typical_prefetch(26)).bytes);
     struct row { strings args; std::string first_line; std::size_t records; } const rows[] = {
         {{a, "-json"}, "{\"record\":\"run\"", 3},
         {{a, "-csv", "-json", "-bodyfile"}, "{\"record\":\"run\"", 3},
