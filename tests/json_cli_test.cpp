@@ -19,13 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using strings = std::vector<std::string>;
 
-// A tool found on PATH; status 127 when it is not installed.
-process_result run_tool(std::string const& tool, strings args, std::string const& input = {})
-{
-    args.insert(args.begin(), tool);
-    return run_process("/usr/bin/env", args, input);
-}
-
 strings lines_of(std::string const& text)
 {
     strings lines;

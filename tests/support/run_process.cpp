@@ -45,6 +45,12 @@ process_result run_kito(std::vector<std::string> const& args, std::string const&
     return run_process(env_or_empty("KITO_BINARY"), args, input, {"TZ=UTC"}, working_dir);
 }
 
+process_result run_tool(std::string const& program, std::vector<std::string> args, std::string const& input)
+{
+    args.insert(args.begin(), {"TZ=UTC", program});
+    return run_process("/usr/bin/env", args, input);
+}
+
 std::string env_or_empty(char const* name)
 {
     char const* value = std::getenv(name);

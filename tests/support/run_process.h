@@ -22,6 +22,9 @@ process_result run_process(std::string const& program, std::vector<std::string> 
 process_result run_kito(std::vector<std::string> const& args, std::string const& input = {},
                         std::string const& working_dir = {});
 
+// A program found on PATH, under TZ=UTC; status 127 when it is not installed.
+process_result run_tool(std::string const& program, std::vector<std::string> args, std::string const& input = {});
+
 // Environment variables set by ctest; empty when unset.
 std::string env_or_empty(char const* name);
 // The shared corpus folder, or empty when it is absent.
