@@ -1,7 +1,7 @@
 #!/bin/bash
 # Byte-for-byte comparison of two builds of kito (say the one before a change
 # and the one after) over the benchmark folders and the synthetic corpus, in
-# every output form: text, -csv, -csv -verbose, -csvl2t, -bodyfile, and the
+# every output form: text, -csv, -csv -verbose, -csvl2t, -bodyfile, -json, and the
 # files that -decompress_to writes. Standard output and standard error are
 # compared apart, and once more written together into one file, so that their
 # interleaving is compared too. The run header's time line is the one line
@@ -46,14 +46,14 @@ xargs -d '\n' cat < "$work/synthetic/list" > /dev/null
 # Batches with failures among good files: messages between reports.
 { echo "$work/missing.pf"; cat "$work/synthetic/list"; } > "$work/synthetic/batch"
 
-forms=("" "-csv" "-csv -verbose" "-csvl2t" "-bodyfile")
+forms=("" "-csv" "-csv -verbose" "-csvl2t" "-bodyfile" "-json")
 differences=0
 compared=0
 
 # Both builds run under the same program name, so the headers' command lines match.
 run() { (exec -a kito "$@"); }
-# The header's time line holds the moment of the run.
-mask_time() { sed -e 's/^run time: .*;/run time: -;/' "$@"; }
+# The header's time line and the JSON run record hold the moment of the run.
+mask_time() { sed -e 's/^run time: .*;/run time: -;/' -e 's/\({"record":"run",.*"started":\)[^,]*/\1-/' "$@"; }
 
 # same <label> <run folder>: the old and new outputs of one run must match.
 same() {

@@ -1,12 +1,10 @@
 #include "prefetch/container_decompressor.h"
 #include "support/container_encoder.h"
-#include "support/json_lite.h"
 #include "support/run_process.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <dirent.h>
 #include <random>
 #include <string>
 
@@ -68,26 +66,6 @@ std::vector<std::uint8_t> deficient_lengths()
     return lengths;
 }
 
-TEST(huffman_round_trip, decodes_what_was_encoded_but_the_last_byte)
-{
-    byte_vec const half = random_bytes(65000, 2), text = text_like(300000), run = runs(300000);
-    byte_vec far = half; // then the same again, 15 offset bits back
-    far.insert(far.end(), half.begin(), half.end());
-    struct { char const* name; byte_vec const& data; byte_vec container; } const cases[] = {
-        {"random, then far back", far, encode_mam(far)},
-        {"text in blocks", text, encode_mam(text)},
-        {"runs, matches across blocks", run, encode_mam(run, {65535, false})},
-        {"MEM0 padded blocks", text, encode_mem0(text, 40)},
-    };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
-        container_decompressor decompressor;
-        ASSERT_TRUE(decompressor.decompress_container(c.container));
-        ASSERT_EQ(decompressor.output().size(), c.data.size());
-        EXPECT_TRUE(std::equal(c.data.begin(), c.data.end() - 1, decompressor.output().begin()));
-    }
-}
-
 // Literals 'a' to 'n' at 1 to 14 bits, then 'z' and the match of 3 bytes one
 // back at 15 bits each: a complete code whose two longest codes are the last
 // two entries of the table.
@@ -109,8 +87,19 @@ std::vector<lz_token> every_length_escape()
     return t;
 }
 
-TEST(huffman_round_trip, long_codes_escapes_and_block_ends)
+// The tokens in blocks cut where the decoder ends them, all with these code lengths.
+byte_vec blocks_of(std::vector<lz_token> const& t, std::vector<std::uint8_t> const& lengths = {}, int mem0_padding = -1)
 {
+    auto const blocks = huffman_blocks(t, lengths);
+    EXPECT_FALSE(std::any_of(blocks.begin(), blocks.end(), [](byte_vec const& b) { return b.empty(); }));
+    return huffman_container(blocks, static_cast<std::uint32_t>(apply_tokens(t).size()), mem0_padding);
+}
+
+TEST(huffman_round_trip, decodes_what_was_encoded_but_the_last_byte)
+{
+    byte_vec const half = random_bytes(65000, 2), text = text_like(300000), run = runs(300000);
+    byte_vec far = half; // then the same again, 15 offset bits back
+    far.insert(far.end(), half.begin(), half.end());
     std::mt19937 engine(11);
     std::vector<lz_token> long_codes = tokens("z");
     for (int i = 0; i < 40000; ++i) {
@@ -125,25 +114,26 @@ TEST(huffman_round_trip, long_codes_escapes_and_block_ends)
         auto const more = tokens(std::string(5000, 'y'), {lz_match(300, 5000), lz_literal('e')});
         t->insert(t->end(), more.begin(), more.end());
     }
-    struct { char const* name; std::vector<lz_token> tokens; std::vector<std::uint8_t> lengths; int mem0_padding; } const cases[] = {
-        {"15-bit codes", long_codes, lengths_to_15_bits(), -1},
-        {"every length escape", every_length_escape(), {}, -1},
-        {"every length escape, MEM0", every_length_escape(), {}, 3},
-        {"block ends at 65536 on a literal", on_literal, {}, -1},
-        {"block ends at 65536 on a match", on_match, {}, -1},
+    auto const escapes = every_length_escape();
+    struct { char const* name; byte_vec data, container; } const cases[] = {
+        {"random, then far back", far, encode_mam(far)},
+        {"text in blocks", text, encode_mam(text)},
+        {"runs, matches across blocks", run, encode_mam(run, {65535, false})},
+        {"MEM0 padded blocks", text, encode_mem0(text, 40)},
+        {"15-bit codes", apply_tokens(long_codes), blocks_of(long_codes, lengths_to_15_bits())},
+        {"every length escape", apply_tokens(escapes), blocks_of(escapes)},
+        {"every length escape, MEM0", apply_tokens(escapes), blocks_of(escapes, {}, 3)},
+        {"block ends at 65536 on a literal", apply_tokens(on_literal), blocks_of(on_literal)},
+        {"block ends at 65536 on a match", apply_tokens(on_match), blocks_of(on_match)},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
-        byte_vec const data = apply_tokens(c.tokens);
-        auto const blocks = huffman_blocks(c.tokens, c.lengths);
-        ASSERT_FALSE(std::any_of(blocks.begin(), blocks.end(), [](byte_vec const& b) { return b.empty(); }));
-        byte_vec const container = huffman_container(blocks, static_cast<std::uint32_t>(data.size()), c.mem0_padding);
         container_decompressor decompressor;
-        ASSERT_TRUE(decompressor.decompress_container(container));
-        ASSERT_EQ(decompressor.output().size(), data.size());
+        ASSERT_TRUE(decompressor.decompress_container(c.container));
+        ASSERT_EQ(decompressor.output().size(), c.data.size());
         // The stream ends one byte short: a final literal is never decoded.
-        auto const got = std::mismatch(decompressor.output().begin(), decompressor.output().end() - 1, data.begin()).first;
-        EXPECT_EQ(got - decompressor.output().begin(), static_cast<std::ptrdiff_t>(data.size() - 1));
+        auto const got = std::mismatch(decompressor.output().begin(), decompressor.output().end() - 1, c.data.begin()).first;
+        EXPECT_EQ(got - decompressor.output().begin(), static_cast<std::ptrdiff_t>(c.data.size() - 1));
         // The same object again, as a batch reuses it, for a second container.
         decompressor.reset();
         ASSERT_TRUE(decompressor.decompress_container(mam_of(tokens("again"))));
@@ -151,8 +141,10 @@ TEST(huffman_round_trip, long_codes_escapes_and_block_ends)
     }
 }
 
-// Short streams whose output shows one rule of the decoder; only a built table lets it be written out.
-TEST(huffman_streams, decode_to_the_stated_bytes)
+// Streams whose output shows one rule of the decoder; only a built table (or a
+// Plain LZ77 stream, which has none) lets it be written out. Plain LZ77 always
+// fills 65536 bytes.
+TEST(streams, decode_to_the_stated_bytes)
 {
     temp_folder const folder("containers");
     std::string const path = folder / "out.bin";
@@ -170,6 +162,11 @@ TEST(huffman_streams, decode_to_the_stated_bytes)
     later[127] &= 0x0F;
     byte_vec tail = first;
     for (std::uint8_t b : {1, 255, 255, 255, 255, 255, 255, 255, 255, 0}) tail.push_back(b);
+    // 12 and 30 bytes share one half-byte; 400 then takes a new one.
+    auto const shared = tokens("abcdefgh", {lz_match(12, 8), lz_match(30, 4), lz_match(400, 1), lz_match(10, 2)});
+    byte_vec wrapped = plain_lz77_stream({lz_literal('a'), lz_match(300, 1), lz_literal('b')});
+    wrapped.at(9) = wrapped.at(10) = 0; // flags, 'a', match word, half-byte, 255, then a u16 of 0 reads as 3
+    byte_vec const text = text_like(65536), run = runs(60000), random = random_bytes(65536, 4);
     struct { char const* name; byte_vec container; byte_vec expected; bool table_ready; } const cases[] = {
         {"no offset bits reach 1 back", mam_of(tokens("abc", {lz_match(3, 1)})), bytes("abcccc"), true},
         {"one offset bit reaches 3 back", mam_of(tokens("abcd", {lz_match(3, 3)})), bytes("abcdbcd"), true},
@@ -188,6 +185,13 @@ TEST(huffman_streams, decode_to_the_stated_bytes)
          bytes({"abba\0", 5}), true},
         {"later deficient table runs on the old tail",
          huffman_container({huffman_block(literals, at_8_bits), later}, 65546), tail, true},
+        {"plain: text", encode_xpress(text), text, true},
+        {"plain: runs", encode_xpress(run), with_size(run, 65536), true},
+        {"plain: shared half-byte", xpress_container(plain_lz77_stream(shared)), with_size(apply_tokens(shared), 65536), true},
+        {"plain: stored", xpress_container(random, 15, 65536), random, true},
+        {"plain: u16 length below 22", xpress_container(wrapped), with_size(bytes("aaaab"), 65536), true},
+        {"plain: match before the start ends the stream",
+         xpress_container(plain_lz77_stream({lz_literal('a'), lz_match(3, 2), lz_literal('b')})), with_size(bytes("a"), 65536), true},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -231,79 +235,6 @@ TEST(container_outcomes, follow_the_header_and_input_size)
         EXPECT_EQ(decompressor.decompress_container(c.input), c.ok);
         EXPECT_EQ(decompressor.table_ready(), c.table_ready);
         if (c.ok) { EXPECT_EQ(decompressor.output().size(), c.output_size); }
-    }
-}
-
-TEST(plain_lz77, decodes_into_a_65536_byte_output)
-{
-    // 12 and 30 bytes share one half-byte; 400 then takes a new one.
-    auto const shared = tokens("abcdefgh", {lz_match(12, 8), lz_match(30, 4), lz_match(400, 1), lz_match(10, 2)});
-    byte_vec wrapped = plain_lz77_stream({lz_literal('a'), lz_match(300, 1), lz_literal('b')});
-    wrapped.at(9) = wrapped.at(10) = 0; // flags, 'a', match word, half-byte, 255, then a u16 of 0 reads as 3
-    byte_vec const text = text_like(65536), run = runs(60000), random = random_bytes(65536, 4);
-    struct { char const* name; byte_vec data; byte_vec container; } const cases[] = {
-        {"text", text, encode_xpress(text)},
-        {"runs", run, encode_xpress(run)},
-        {"shared half-byte", apply_tokens(shared), xpress_container(plain_lz77_stream(shared))},
-        {"stored", random, xpress_container(random, 15, 65536)},
-        {"u16 length below 22", bytes("aaaab"), xpress_container(wrapped)},
-        {"match before the start ends the stream", bytes("a"),
-         xpress_container(plain_lz77_stream({lz_literal('a'), lz_match(3, 2), lz_literal('b')}))},
-    };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
-        container_decompressor decompressor;
-        ASSERT_TRUE(decompressor.decompress_container(c.container));
-        EXPECT_EQ(decompressor.output(), with_size(c.data, 65536));
-    }
-}
-
-// The synthetic corpus: kind, outcome and decoded size against the sidecars.
-TEST(container_corpus, matches_the_sidecars)
-{
-    std::string const folder = corpus_dir().empty() ? "" : corpus_dir() + "/synthetic";
-    DIR* dir = folder.empty() ? nullptr : opendir(folder.c_str());
-    if (dir == nullptr) GTEST_SKIP() << "no corpus";
-    std::vector<std::string> names;
-    while (dirent* entry = readdir(dir)) {
-        std::string const name = entry->d_name;
-        bool const ours = name.rfind("mam_", 0) == 0 || name.rfind("mem0_", 0) == 0 || name.rfind("xpress_", 0) == 0;
-        if (ours && name.size() > 3 && name.substr(name.size() - 3) == ".pf") names.push_back(name);
-    }
-    closedir(dir);
-    ASSERT_GE(names.size(), 20u);
-    for (auto const& name : names) {
-        SCOPED_TRACE(name);
-        json_value expect;
-        ASSERT_TRUE(parse_json(read_file(folder + "/" + name.substr(0, name.size() - 3) + ".expect.json"), expect));
-        std::string const container = expect.find("container")->text;
-        byte_vec data = bytes(read_file(folder + "/" + name));
-        std::uint32_t declared = 0;
-        std::uint32_t const kind = detect_container(declared, data);
-        EXPECT_EQ(kind, container == "plain" ? container_none : container == "xpress" ? container_xpress
-                        : container.rfind("MEM0", 0) == 0 ? container_mem0 : container_mam);
-        if (kind == container_none) continue;
-        // Unwrap up to two layers, as the loader does.
-        bool ok = true;
-        for (int layer = 0; layer < 2 && ok && detect_container(declared, data) != container_none; ++layer) {
-            container_decompressor decompressor;
-            ok = decompressor.decompress_container(data);
-            if (ok) data = decompressor.output();
-        }
-        bool const scca = data.size() >= 8 && std::string(data.begin() + 4, data.begin() + 8) == "SCCA";
-        json_value const* reason = expect.find("reject_reason");
-        json_value const* size = expect.find("decoded_size");
-        bool const refused = reason && (reason->text.find("size code") != std::string::npos
-                                        || reason->text.find("above 16 MiB") != std::string::npos);
-        if (refused) {
-            EXPECT_FALSE(ok);
-        } else if (size && !size->is_null()) {
-            EXPECT_TRUE(ok && scca);
-            EXPECT_EQ(data.size(), size->as_u64());
-        } else {
-            EXPECT_TRUE(ok);
-            EXPECT_FALSE(scca && detect_container(declared, data) == container_none);
-        }
     }
 }
 

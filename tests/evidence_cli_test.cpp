@@ -12,28 +12,20 @@
 
 namespace {
 
-std::string text_of(byte_vec const& bytes) { return {bytes.begin(), bytes.end()}; }
-
 // A Windows 11 file and the same file as a MAM container, side by side.
 class evidence : public testing::Test {
 protected:
     void SetUp() override
     {
         if (env_or_empty("KITO_BINARY").empty()) GTEST_SKIP() << "KITO_BINARY not set";
-        write_file(plain, text_of(build_prefetch(typical_prefetch(31)).bytes));
-        write_file(packed, text_of(encode_mam(build_prefetch(typical_prefetch(31)).bytes)));
+        write_file(plain, build_prefetch(typical_prefetch(31)).bytes);
+        write_file(packed, encode_mam(build_prefetch(typical_prefetch(31)).bytes));
     }
     // Runs kito with standard output sent to `stdout_path`.
     static process_result run_to(std::string const& stdout_path, std::vector<std::string> args)
     {
         args.insert(args.begin(), {"-c", "exec \"$@\" > " + stdout_path, "sh", env_or_empty("KITO_BINARY")});
         return run_process("/bin/sh", args, "", {"TZ=UTC"});
-    }
-    static std::size_t count_of(std::string const& text, std::string const& part)
-    {
-        std::size_t n = 0;
-        for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-        return n;
     }
     temp_folder folder{"evidence"};
     std::string dir = folder.path(), plain = folder / "NOTEPAD.EXE-D8414F97.pf", packed = folder / "packed.pf";
@@ -107,6 +99,8 @@ TEST_F(evidence, options_never_write_over_a_prefetch_file_or_container)
     EXPECT_NE(read_file(dir + "/report.pf").find("target file:    NOTEPAD.EXE, run 7 times"), std::string::npos);
 }
 
+// Unpacking keeps to the decompressor's own limit; the decoding of reports keeps
+// to the loader's, which the corpus run of json_cli_test pins.
 TEST_F(evidence, a_container_may_declare_sixteen_mebibytes_and_no_more)
 {
     constexpr std::uint32_t limit = 0x1000000;
@@ -114,23 +108,13 @@ TEST_F(evidence, a_container_may_declare_sixteen_mebibytes_and_no_more)
         SCOPED_TRACE(declared);
         byte_vec container = encode_mam(build_prefetch(typical_prefetch(31)).bytes);
         for (int i = 0; i < 4; ++i) container[4 + i] = static_cast<std::uint8_t>(declared >> (8 * i));
-        write_file(packed, text_of(container));
-        std::string const unpacked = dir + "/unpacked.pf";
+        write_file(packed, container);
+        std::string const unpacked = folder / std::to_string(declared);
         process_result const unpack = run_kito({packed, "-decompress_to", unpacked, "-quiet"});
-        process_result const report = run_kito({packed, "-csv"});
-        if (declared == limit) {
-            EXPECT_EQ(unpack.status, 0);
-            EXPECT_NE(unpack.err.find("Success\n"), std::string::npos) << unpack.err;
-            EXPECT_EQ(read_file(unpacked).size(), limit);
-            EXPECT_EQ(report.status, 0);
-            EXPECT_NE(report.out.find("NOTEPAD.EXE"), std::string::npos);
-        } else {
-            EXPECT_EQ(unpack.status, 255);
-            EXPECT_EQ(unpack.err.rfind("Prob decoding file " + packed + " \n", 0), 0u) << unpack.err;
-            EXPECT_EQ(report.status, 255);
-            EXPECT_EQ(report.out.find("NOTEPAD.EXE"), std::string::npos);
-        }
-        unlink(unpacked.c_str());
+        EXPECT_EQ(unpack.status, declared == limit ? 0 : 255);
+        EXPECT_EQ(read_file(unpacked).size(), declared == limit ? limit : 0);
+        std::string const said = declared == limit ? "\x1b[2K\r    \rSuccess\n" : "Prob decoding file " + packed + " \n";
+        EXPECT_EQ(unpack.err.substr(0, said.size()), said);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <set>
 
 #include "support/json_lite.h"
 #include "support/prefetch_builder.h"
@@ -17,13 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using strings = std::vector<std::string>;
-
-// A tool found on PATH; status 127 when it is not installed.
-process_result run_tool(std::string const& tool, strings args, std::string const& input = {})
-{
-    args.insert(args.begin(), tool);
-    return run_process("/usr/bin/env", args, input);
-}
 
 strings lines_of(std::string const& text)
 {
@@ -46,12 +40,6 @@ std::string text(json_value const& object, char const* key)
     json_value const& v = member_of(object, key);
     if (v.type == json_value::kind::boolean) return v.flag ? "true" : "false";
     return v.is_null() ? "null" : v.text;
-}
-
-std::string file_bytes(pf_fields const& fields)
-{
-    std::vector<std::uint8_t> const bytes = build_prefetch(fields).bytes;
-    return {bytes.begin(), bytes.end()};
 }
 
 // Prints each line's record kind, with "!" when one of its strings holds an
@@ -142,8 +130,20 @@ void expect_sidecar(json_value const& want, json_value const& got)
     }
 }
 
+// What a real file's own bytes say, read here without the product's readers:
+// one row per layout, with the offsets of the last run and the run count.
+struct layout {
+    std::uint32_t version;
+    char const* label;
+    bool newest_slot; // the largest of the eight slots at 128..184 is the last run
+    std::size_t last_run_at, run_count_at;
+} const layouts[] = {{17, "WinXP Prefetch", false, 120, 144}, {23, "Vista/Win7 Prefetch", false, 128, 152},
+                     {26, "Win8 Prefetch", true, 128, 208}, {31, "Win11 Prefetch", true, 128, 200}};
+
+struct real_counts { int plain = 0, containers = 0, two_volume_win11 = 0; };
+
 // A real file agrees with its name and, where it is stored plain, with its header bytes.
-void expect_real(std::string const& path, json_value const& got)
+void expect_real(std::string const& path, json_value const& got, std::string const& line, real_counts& counts)
 {
     std::string const name = fs::path(path).filename().string(), bytes = read_file(path);
     if (path.find("/Bad/") != std::string::npos) {
@@ -151,19 +151,48 @@ void expect_real(std::string const& path, json_value const& got)
         return;
     }
     EXPECT_EQ(text(got, "name_hash") + " " + text(got, "hash_matches_name"), name.substr(name.rfind('-') + 1, 8) + " true");
+    // A garbage volume record would show as escaped surrogates; the path is among the strings.
+    EXPECT_EQ(line.find("\\ud"), std::string::npos);
+    auto const& volumes = member_of(got, "volumes").items;
+    EXPECT_FALSE(member_of(got, "files").items.empty() || volumes.empty());
+    EXPECT_NE(text(got, "executable_path").find('\\'), std::string::npos);
+    for (json_value const& volume : volumes) EXPECT_EQ(text(volume, "device_path").rfind('\\', 0), 0u);
     if (bytes.compare(0, 3, "MAM") == 0) {
-        EXPECT_EQ(text(got, "container"), "MAM");
+        ++counts.containers;
+        EXPECT_EQ(text(got, "container") + " " + text(got, "label"), "MAM Win10 Prefetch");
         return;
     }
-    auto const u32 = [&bytes](std::size_t at) {
-        std::uint32_t value = 0;
-        for (int i = 3; i >= 0; --i) value = value << 8 | static_cast<std::uint8_t>(bytes.at(at + i));
+    ++counts.plain;
+    auto const le = [&bytes](std::size_t at, int width) {
+        std::uint64_t value = 0;
+        for (int i = width - 1; i >= 0; --i) value = value << 8 | static_cast<std::uint8_t>(bytes.at(at + i));
         return value;
     };
+    ASSERT_EQ(bytes.compare(4, 4, "SCCA"), 0);
+    auto const* row = std::find_if(std::begin(layouts), std::end(layouts), [&](layout const& l) { return l.version == le(0, 4); });
+    ASSERT_NE(row, std::end(layouts));
+    if (row->version == 31) {
+        EXPECT_EQ(le(84, 4), 296u); // Windows 11 moved the run count with the metrics offset
+        counts.two_volume_win11 += volumes.size() == 2;
+    }
+    std::string executable; // ASCII in all real samples
+    for (std::size_t i = 16; i < 76 && bytes[i] != 0; i += 2) executable += bytes[i];
+    std::set<std::uint64_t> previous;
+    std::uint64_t newest = le(row->last_run_at, 8);
+    for (std::size_t slot = 136; row->newest_slot && slot < 192; slot += 8) {
+        newest = std::max(newest, le(slot, 8));
+        if (le(slot, 8) != 0) previous.insert(le(slot, 8));
+    }
+    EXPECT_TRUE(newest != 0 && le(row->run_count_at, 4) != 0);
     char hash[12];
-    std::snprintf(hash, sizeof hash, "%08X", u32(76));
-    EXPECT_EQ(text(got, "prefetch_hash") + " " + text(got, "format_version") + " " + text(got, "decoded_size"),
-              std::string(hash) + " " + std::to_string(u32(0)) + " " + std::to_string(bytes.size()));
+    std::snprintf(hash, sizeof hash, "%08X", unsigned(le(76, 4)));
+    EXPECT_EQ(text(got, "label") + "|" + text(got, "format_version") + "|" + text(got, "prefetch_hash") + "|" +
+                  text(got, "decoded_size") + "|" + text(got, "file_size") + "|" + text(got, "executable") + "|" +
+                  text(got, "run_count") + "|" + text(got, "last_run_filetime"),
+              std::string(row->label) + "|" + std::to_string(row->version) + "|" + hash + "|" +
+                  std::to_string(bytes.size()) + "|" + std::to_string(bytes.size()) + "|" + executable + "|" +
+                  std::to_string(le(row->run_count_at, 4)) + "|" + std::to_string(newest));
+    EXPECT_EQ(numbers_of(member_of(got, "previous_runs_filetime")), std::vector<std::uint64_t>(previous.rbegin(), previous.rend()));
 }
 
 TEST(json_cli, whole_corpus_in_one_batch_with_bad_files)
@@ -176,26 +205,25 @@ TEST(json_cli, whole_corpus_in_one_batch_with_bad_files)
         if (entry.path().extension() == ".pf") names.push_back(entry.path().string());
     std::sort(names.begin(), names.end());
     write_file(dir + "/empty.pf", "");
-    write_file(dir + "/bad\xff.pf", file_bytes(typical_prefetch(23))); // not UTF-8: its facts cannot be asked for
+    write_file(dir + "/bad\xff.pf", build_prefetch(typical_prefetch(23)).bytes); // not UTF-8: its facts cannot be asked for
     for (char const* bad : {"/missing.pf", "/empty.pf", "/bad\xff.pf", ""}) names.push_back(dir + bad);
     std::string input;
     for (std::string const& name : names) input += name + "\n";
 
     process_result const run = run_kito({"-pipe", "-json", "-quiet"}, input);
     EXPECT_EQ(run.status, 255); // the last name, a folder, fails
+    strings const lines = lines_of(run.out);
     std::vector<json_value> const records = records_of(run.out);
-    std::vector<bool> refused_by_jq;
-    expect_every_line_parses(run.out, records, refused_by_jq);
-    if (IsSkipped()) return;
     ASSERT_EQ(records.size(), names.size() + 2);
     std::size_t reported = 0;
+    real_counts counts;
     for (std::size_t i = 0; i < names.size(); ++i) {
         json_value const& got = records[i + 1];
         SCOPED_TRACE(names[i]);
         reported += text(got, "record") == "prefetch";
         json_value want;
         std::string const sidecar = names[i].substr(0, names[i].size() - 3) + ".expect.json";
-        if (names[i].find("/real/") != std::string::npos) expect_real(names[i], got);
+        if (names[i].find("/real/") != std::string::npos) expect_real(names[i], got, lines[i + 1], counts);
         else if (parse_json(read_file(sidecar), want)) expect_sidecar(want, got);
         else EXPECT_EQ(text(got, "error"), names[i].ends_with("empty.pf") ? "empty file" : "cannot be read");
         if (names[i].ends_with("Win7/CMD.EXE-4A81B364.pf")) {
@@ -207,7 +235,11 @@ TEST(json_cli, whole_corpus_in_one_batch_with_bad_files)
     EXPECT_EQ(text(records.back(), "record") + text(records.back(), "files") + "/" + text(records.back(), "failed"),
               "summary" + std::to_string(names.size()) + "/" + std::to_string(names.size() - reported));
     EXPECT_GT(reported, 110u);
+    EXPECT_EQ(std::tuple(counts.plain, counts.containers, counts.two_volume_win11), std::tuple(46, 6, 2));
 
+    std::vector<bool> refused_by_jq;
+    expect_every_line_parses(run.out, records, refused_by_jq);
+    if (IsSkipped()) return;
     // The README's jq line for Timesketch: one event for each valid run time
     // of the lines that jq reads.
     std::string const readme = read_file(env_or_empty("KITO_SOURCE") + "/README.md");
@@ -239,9 +271,9 @@ TEST(json_cli, text_survives_python_unit_for_unit_and_byte_for_byte)
     pf_fields fields = typical_prefetch(30);
     fields.volumes[0].directories = {directory};
     fields.file_strings[2] = file;
-    write_file(good, file_bytes(fields));
+    write_file(good, build_prefetch(fields).bytes);
     // A path that is not UTF-8 is read, but the file system is not asked for its facts.
-    write_file(stray, file_bytes(fields));
+    write_file(stray, build_prefetch(fields).bytes);
     process_result const run = run_kito({"-pipe", "-json", "-hostname", stray}, good + "\n" + stray + "\n");
     char const script[] = R"(
 import json, sys
@@ -274,7 +306,7 @@ TEST(json_cli, option_interplay)
     temp_folder const folder{"json"};
     std::string const dir = folder.path(), a = dir + "/a.pf";
     if (env_or_empty("KITO_BINARY").empty()) GTEST_SKIP() << "no kito";
-    write_file(a, file_bytes(typical_prefetch(26)));
+    write_file(a, build_prefetch(typical_prefetch(26)).bytes);
     struct row { strings args; std::string first_line; std::size_t records; } const rows[] = {
         {{a, "-json"}, "{\"record\":\"run\"", 3},
         {{a, "-csv", "-json", "-bodyfile"}, "{\"record\":\"run\"", 3},

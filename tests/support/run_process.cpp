@@ -45,6 +45,12 @@ process_result run_kito(std::vector<std::string> const& args, std::string const&
     return run_process(env_or_empty("KITO_BINARY"), args, input, {"TZ=UTC"}, working_dir);
 }
 
+process_result run_tool(std::string const& program, std::vector<std::string> args, std::string const& input)
+{
+    args.insert(args.begin(), {"TZ=UTC", program});
+    return run_process("/usr/bin/env", args, input);
+}
+
 std::string env_or_empty(char const* name)
 {
     char const* value = std::getenv(name);
@@ -63,8 +69,20 @@ void write_file(std::string const& path, std::string const& bytes)
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
+void write_file(std::string const& path, std::vector<std::uint8_t> const& bytes)
+{
+    write_file(path, std::string(bytes.begin(), bytes.end()));
+}
+
 std::string read_file(std::string const& path)
 {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::size_t count_of(std::string const& text, std::string const& part)
+{
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
 }

@@ -1,6 +1,7 @@
 #pragma once
 // Runs the built kito (or any program) with arguments and standard input, and
 // hands back standard output, standard error and the exit status separately.
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -21,9 +22,15 @@ process_result run_process(std::string const& program, std::vector<std::string> 
 process_result run_kito(std::vector<std::string> const& args, std::string const& input = {},
                         std::string const& working_dir = {});
 
+// A program found on PATH, under TZ=UTC; status 127 when it is not installed.
+process_result run_tool(std::string const& program, std::vector<std::string> args, std::string const& input = {});
+
 // Environment variables set by ctest; empty when unset.
 std::string env_or_empty(char const* name);
 // The shared corpus folder, or empty when it is absent.
 std::string corpus_dir();
 void write_file(std::string const& path, std::string const& bytes);
+void write_file(std::string const& path, std::vector<std::uint8_t> const& bytes);
 std::string read_file(std::string const& path);
+// How often `part` occurs in `text`, overlaps included.
+std::size_t count_of(std::string const& text, std::string const& part);
