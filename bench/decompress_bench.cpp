@@ -42,7 +42,8 @@ byte_vec large_container()
     byte_vec data;
     while (data.size() < (4u << 20)) {
         std::string path = folders[engine() % 3];
-        for (int i = 0, n = 3 + static_cast<int>(engine() % 9); i < n; ++i) path += static_cast<char>('A' + engine() % 26);
+        for (int i = 0, n = 3 + static_cast<int>(engine() % 9); i < n; ++i)
+            path += static_cast<char>('A' + engine() % 26);
         path += ".DLL";
         for (char c : path) {
             data.push_back(static_cast<std::uint8_t>(c));
@@ -109,7 +110,8 @@ void encoder_made_xpress(benchmark::State& state)
     static std::vector<byte_vec> const containers = [] {
         byte_vec data;
         std::mt19937 engine(5);
-        while (data.size() < 65536) data.insert(data.end(), {'C', 0, ':', 0, '\\', 0, static_cast<std::uint8_t>(engine() % 8)});
+        while (data.size() < 65536)
+            data.insert(data.end(), {'C', 0, ':', 0, '\\', 0, static_cast<std::uint8_t>(engine() % 8)});
         data.resize(65536);
         return std::vector<byte_vec>{encode_xpress(data)};
     }();

@@ -20,4 +20,3 @@ bool take_flag(std::string const& name, arg_list& list, bool keep = false);
 // that stands last stays in the list and the result is false.
 bool take_value(std::string const& name, std::string& value, arg_list& list);
 void remove_at(std::size_t index, arg_list& list);
-

@@ -3,9 +3,9 @@
 #include "driver/cmd_params.h"
 #include "driver/foundation_adapters.h"
 #include "driver/kito_user_context.h"
+#include "driver/output_entry.h"
 #include "foundation/vlm_portable_dir.h"
 #include "foundation/vlm_string.h"
-#include "driver/output_entry.h"
 
 namespace vlmportdir {
 

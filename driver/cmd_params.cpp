@@ -89,7 +89,4 @@ void cmd_params::diag_printf(char const* format, ...)
     diag_line(text.data());
 }
 
-kito_user_context::kito_user_context() : cmd_params(vlm::time_now().filetime_ticks)
-{
-    reset_decoded_entry(*this);
-}
+kito_user_context::kito_user_context() : cmd_params(vlm::time_now().filetime_ticks) { reset_decoded_entry(*this); }

@@ -91,8 +91,8 @@ int run(arg_list& list)
     std::ostream* results = &std::cout;
     if (!context.m_results_path.empty()) {
         // Never truncate a Prefetch file or a container, also one reached through a link.
-        bool const opened = !is_evidence_file(context.m_results_path)
-                            && results_file.open(context.m_results_path, /*write=*/true, /*truncate=*/true);
+        bool const opened = !is_evidence_file(context.m_results_path) &&
+                            results_file.open(context.m_results_path, /*write=*/true, /*truncate=*/true);
         results = opened ? results_file.output_stream() : nullptr;
         if (results == nullptr) {
             std::fprintf(stderr, "prob opening results file: %s for writing\n", context.m_results_path.c_str());

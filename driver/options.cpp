@@ -9,13 +9,13 @@
 
 #include "driver/cmd_params.h"
 #include "driver/kito_user_context.h"
+#include "driver/output_entry.h"
 #include "foundation/number_text.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_path_rules.h"
 #include "foundation/vlm_string.h"
 #include "foundation/vlm_time.h"
 #include "foundation/vlm_time_text.h"
-#include "driver/output_entry.h"
 #include "prefetch/evidence_guard.h"
 
 namespace {
@@ -292,8 +292,7 @@ bool take_stored_options(arg_list& list, cmd_params& options)
     std::string value;
     if (take_value("-alias", value, list) && !parse_alias_pairs(value, alias_kind::file, options.m_alias_map))
         return false;
-    if (take_value("-aliaspath", value, list) &&
-        !parse_alias_pairs(value, alias_kind::path, options.m_path_alias_map))
+    if (take_value("-aliaspath", value, list) && !parse_alias_pairs(value, alias_kind::path, options.m_path_alias_map))
         return false;
     if (take_flag("-gzip", list)) options.m_compress_output = options.m_gzip_output = true;
     if (take_flag("-zlib", list)) options.m_compress_output = options.m_zlib_output = true;

@@ -6,10 +6,10 @@
 #include "driver/batch_input.h"
 #include "driver/foundation_adapters.h"
 #include "driver/kito_user_context.h"
+#include "driver/output_entry.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_path_rules.h"
 #include "prefetch/container_decompressor.h"
-#include "driver/output_entry.h"
 
 namespace {
 

@@ -25,7 +25,8 @@ bool ticks_to_ntp(std::uint64_t ticks, std::uint64_t& out)
     if (ticks >> 63) return false;
     std::uint64_t const since_1900 = ticks - ntp_epoch_ticks;
     auto const seconds = static_cast<std::uint32_t>(since_1900 / vlm::ticks_per_second);
-    auto const fraction = static_cast<std::uint32_t>((since_1900 % vlm::ticks_per_second << 32) / vlm::ticks_per_second);
+    auto const fraction =
+        static_cast<std::uint32_t>((since_1900 % vlm::ticks_per_second << 32) / vlm::ticks_per_second);
     out = std::uint64_t{byte_swapped(seconds)} | (std::uint64_t{byte_swapped(fraction)} << 32);
     return true;
 }

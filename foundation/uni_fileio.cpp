@@ -338,9 +338,10 @@ bool make_directory(std::string const& path)
 
 bool same_file(std::string const& first, std::string const& second)
 {
-    struct stat a {}, b {};
-    return !first.empty() && !second.empty() && ::stat(first.c_str(), &a) == 0 && ::stat(second.c_str(), &b) == 0
-           && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+    struct stat a {};
+    struct stat b {};
+    return !first.empty() && !second.empty() && ::stat(first.c_str(), &a) == 0 && ::stat(second.c_str(), &b) == 0 &&
+           a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 bool file_stat(std::wstring const& path, std::uint64_t& size, std::uint32_t& mode, std::uint64_t& changed,

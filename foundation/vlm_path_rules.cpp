@@ -22,7 +22,8 @@ constexpr std::uint32_t wide_unix_kind = 16;
 // is a name in ".". A trailing ".." moves into the folder, with the
 // separator doubled for "/".
 template <class Text>
-bool split_path_text(Text const& path, Text& dir, Text& name, Text const& back_parent, Text const& slash_parent) {
+bool split_path_text(Text const& path, Text& dir, Text& name, Text const& back_parent, Text const& slash_parent)
+{
     using ch = typename Text::value_type;
     dir.clear();
     name.clear();
@@ -49,7 +50,8 @@ bool split_path_text(Text const& path, Text& dir, Text& name, Text const& back_p
 
 // Removes every star, left to right, noting a star that stood first or last
 // at the moment it went.
-void remove_stars(std::wstring& core, bool& front, bool& back) {
+void remove_stars(std::wstring& core, bool& front, bool& back)
+{
     for (std::size_t pos = core.find(L'*'); pos != std::wstring::npos; pos = core.find(L'*')) {
         if (pos == 0) front = true;
         if (pos == core.size() - 1) back = true;
@@ -57,7 +59,8 @@ void remove_stars(std::wstring& core, bool& front, bool& back) {
     }
 }
 
-std::vector<std::wstring> filter_tokens(std::wstring const& text) {
+std::vector<std::wstring> filter_tokens(std::wstring const& text)
+{
     std::vector<std::wstring> tokens;
     // A "," anywhere makes "|" plain: the "," split replaces the "|" split.
     if (text.find(L'|') != std::wstring::npos) split_wide(text, L'|', tokens, /*trim=*/true, /*keep_empty=*/false);
@@ -70,21 +73,21 @@ std::vector<std::wstring> filter_tokens(std::wstring const& text) {
 // A stream of exactly "*" marks the first entry of the filter, not the
 // current one. The placement is kept as it always was: the stream flags serve
 // a mode this tool never runs, so nothing here reads them.
-void parse_stream_part(std::vector<filter_entry>& out, filter_entry& entry) {
+void parse_stream_part(std::vector<filter_entry>& out, filter_entry& entry)
+{
     std::size_t colon = entry.core.find(L':');
     if (colon == std::wstring::npos) return;
     entry.has_stream = true;
     entry.stream_core = entry.core.substr(colon + 1);
     entry.core.erase(colon);
-    if (entry.stream_core == L"*")
-        out.front().stream_match_all = true;
-    else
-        remove_stars(entry.stream_core, entry.stream_star_front, entry.stream_star_back);
+    if (entry.stream_core == L"*") out.front().stream_match_all = true;
+    else remove_stars(entry.stream_core, entry.stream_star_front, entry.stream_star_back);
 }
 
 // The time range against the file's modified time on disk. Only a bound
 // whose `valid` flag is set limits anything.
-bool within_time_range(time_range const& range, std::wstring const& path, file_info& info) {
+bool within_time_range(time_range const& range, std::wstring const& path, file_info& info)
+{
     time_bound const& start = range.start;
     time_bound const& stop = range.stop;
     if (!start.valid && !stop.valid) return true;
@@ -118,7 +121,8 @@ bool within_time_range(time_range const& range, std::wstring const& path, file_i
 
 // The folder test of a path entry: `core` must appear in `dir` and end at a
 // folder boundary, so "/prefetch" does not pass ".../prefetch2".
-bool path_entry_matches(filter_entry const& entry, std::wstring& dir) {
+bool path_entry_matches(filter_entry const& entry, std::wstring& dir)
+{
     std::size_t p = dir.find(entry.core);
     wchar_t const slash = entry.core.front();
     wchar_t const other = slash == L'/' ? L'\\' : L'/';
@@ -131,7 +135,8 @@ bool path_entry_matches(filter_entry const& entry, std::wstring& dir) {
     return e == dir.size() || dir[e] == L'/' || dir[e] == L'\0';
 }
 
-bool signature_matches(filter_entry const& entry, std::wstring const& path) {
+bool signature_matches(filter_entry const& entry, std::wstring const& path)
+{
     uni::fileio file;
     if (!file.open(path, /*write=*/false, /*truncate=*/false)) return false;
     std::uint64_t const length = entry.signature.size();
@@ -141,7 +146,8 @@ bool signature_matches(filter_entry const& entry, std::wstring const& path) {
     return bytes == entry.signature;
 }
 
-bool name_entry_matches(filter_entry const& entry, std::wstring const& name, std::wstring const& path) {
+bool name_entry_matches(filter_entry const& entry, std::wstring const& name, std::wstring const& path)
+{
     if (entry.match_all) return true;
     if (entry.star_front && entry.star_back) return name.find(entry.core) != std::wstring::npos;
     if (entry.star_front) {
@@ -156,15 +162,18 @@ bool name_entry_matches(filter_entry const& entry, std::wstring const& name, std
 
 } // namespace
 
-bool split_path(std::string const& path, std::string& dir, std::string& name) {
+bool split_path(std::string const& path, std::string& dir, std::string& name)
+{
     return split_path_text<std::string>(path, dir, name, "\\..", "//..");
 }
 
-bool split_path(std::wstring const& path, std::wstring& dir, std::wstring& name) {
+bool split_path(std::wstring const& path, std::wstring& dir, std::wstring& name)
+{
     return split_path_text<std::wstring>(path, dir, name, L"\\..", L"//..");
 }
 
-bool split_name_extension(char const* path, std::string& dir, std::string& base, std::string& ext) {
+bool split_name_extension(char const* path, std::string& dir, std::string& base, std::string& ext)
+{
     std::string name;
     base.clear();
     ext.clear();
@@ -182,7 +191,8 @@ bool split_name_extension(char const* path, std::string& dir, std::string& base,
 // %NAME% is looked up exactly as written. A known value replaces the
 // reference and is itself scanned again, so values may nest; an unknown name
 // stays and the scan moves on behind its closing "%".
-std::string expand_path_variables(std::string const& path, bool allow_shadow_copy) {
+std::string expand_path_variables(std::string const& path, bool allow_shadow_copy)
+{
     std::string out = path;
     std::size_t scan = 0;
     int expansions = 0;
@@ -207,25 +217,26 @@ std::string expand_path_variables(std::string const& path, bool allow_shadow_cop
 
 // "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy", 46 characters in full;
 // the volume number follows it.
-std::string shadow_copy_prefix(bool lower, bool with_root) {
+std::string shadow_copy_prefix(bool lower, bool with_root)
+{
     std::string prefix = with_root ? "\\\\?\\GLOBALROOT" : "";
     prefix += "\\Device\\HarddiskVolumeShadowCopy";
     if (lower) to_lower_narrow(prefix);
     return prefix;
 }
 
-void replace_char(std::string& s, char from, char to, bool both_cases) {
-    substitute_char(s, from, to, both_cases);
-}
+void replace_char(std::string& s, char from, char to, bool both_cases) { substitute_char(s, from, to, both_cases); }
 
-void replace_char(std::wstring& s, wchar_t from, wchar_t to, bool both_cases) {
+void replace_char(std::wstring& s, wchar_t from, wchar_t to, bool both_cases)
+{
     if (from == to) return;
     substitute_char_wide(s, from, to, both_cases);
 }
 
 // A Windows long path ("\\?\C:\...") loses its "\\?\"; the shadow copy
 // device form keeps it, and a bare prefix of 46 characters or less is no path.
-void strip_long_path_prefix(std::wstring& path) {
+void strip_long_path_prefix(std::wstring& path)
+{
     if (path.size() < 5 || path[0] != L'\\' || path[1] != L'\\') return;
     if (path.size() <= 46) {
         path.clear();
@@ -238,7 +249,8 @@ void strip_long_path_prefix(std::wstring& path) {
 
 void strip_trailing_separators(std::wstring& path) { strip_trailing_slashes(path); }
 
-bool parse_filter(std::vector<filter_entry>& out, std::string& text) {
+bool parse_filter(std::vector<filter_entry>& out, std::string& text)
+{
     out.clear();
     std::vector<std::wstring> const tokens = filter_tokens(utf8_to_wide(to_lower_narrow(text)));
     out.resize(tokens.size());
@@ -263,7 +275,8 @@ bool parse_filter(std::vector<filter_entry>& out, std::string& text) {
 }
 
 bool matches_filter(time_range const& range, std::wstring const& path, std::vector<filter_entry> const& filter,
-                    file_info* info, bool /*stream_mode*/) {
+                    file_info* info, bool /*stream_mode*/)
+{
     if (path.empty()) return false;
     if (info && !within_time_range(range, path, *info)) return false;
     if (filter.empty() || (filter.size() == 1 && filter[0].match_all)) return true;
@@ -284,13 +297,15 @@ bool matches_filter(time_range const& range, std::wstring const& path, std::vect
 }
 
 bool matches_filter(time_range const& range, std::string const& path, std::vector<filter_entry> const& filter,
-                    file_info* info, bool stream_mode) {
+                    file_info* info, bool stream_mode)
+{
     if (path.empty()) return false;
     if (filter.empty()) return true;
     return matches_filter(range, utf8_to_wide(path), filter, info, stream_mode);
 }
 
-bool join_arguments(std::string& out, std::vector<std::string> const& args, char quote) {
+bool join_arguments(std::string& out, std::vector<std::string> const& args, char quote)
+{
     out.clear();
     for (std::size_t i = 0; i < args.size(); ++i) {
         if (i > 0) out += ' ';

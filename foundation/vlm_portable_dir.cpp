@@ -94,8 +94,7 @@ void list_entries(std::string const& root, std::string const& pattern, std::vect
     // One round per star component of the root. A folder that is itself named
     // "*" would otherwise expand into itself forever.
     std::size_t rounds = count_markers(paths[0], star_marker(use_slash));
-    while (rounds-- > 0 && expand_star_directories(paths, use_slash)) {
-    }
+    while (rounds-- > 0 && expand_star_directories(paths, use_slash)) {}
 
     std::vector<dir_entry> all;
     for (std::string const& path : paths) {
@@ -124,8 +123,7 @@ void list_entries_wide(std::wstring const& root, std::wstring const& pattern, st
     std::vector<dir_entry> narrow;
     list_entries(wide_to_utf8(root), wide_to_utf8(pattern), narrow);
     for (dir_entry const& entry : narrow) {
-        out.push_back({utf8_to_wide(entry.path), utf8_to_wide(entry.name), entry.is_dir, entry.long_form,
-                       entry.depth});
+        out.push_back({utf8_to_wide(entry.path), utf8_to_wide(entry.name), entry.is_dir, entry.long_form, entry.depth});
     }
 }
 

@@ -14,14 +14,16 @@ bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; 
 wchar_t lower_wide_char(wchar_t c) { return (c >= L'A' && c <= L'Z') ? static_cast<wchar_t>(c + 32) : c; }
 wchar_t upper_wide_char(wchar_t c) { return (c >= L'a' && c <= L'z') ? static_cast<wchar_t>(c - 32) : c; }
 
-std::ctype<char> const& narrow_ctype() {
+std::ctype<char> const& narrow_ctype()
+{
     static std::locale const classic = std::locale::classic();
     static std::ctype<char> const& facet = std::use_facet<std::ctype<char>>(classic);
     return facet;
 }
 
 // Removes every leading, then every trailing, occurrence of c.
-void strip_both_ends(std::wstring& text, wchar_t c) {
+void strip_both_ends(std::wstring& text, wchar_t c)
+{
     std::size_t first = text.find_first_not_of(c);
     if (first == std::wstring::npos) {
         text.clear();
@@ -31,16 +33,21 @@ void strip_both_ends(std::wstring& text, wchar_t c) {
     text = text.substr(first, last - first + 1);
 }
 
-void strip_end(std::wstring& text, wchar_t c) {
+void strip_end(std::wstring& text, wchar_t c)
+{
     while (!text.empty() && text.back() == c) text.pop_back();
 }
 
 // Elements are encoded by range alone. Text read from a Prefetch file holds
 // UTF-16 units, so a surrogate pair comes out as two three-byte forms: that is
 // what the file holds, and reports show it unaltered.
-std::size_t utf8_length(std::uint32_t v) { return v <= 0x7F ? 1 : v <= 0x7FF ? 2 : v <= 0xFFFF ? 3 : v <= 0x10FFFF ? 4 : 0; }
+std::size_t utf8_length(std::uint32_t v)
+{
+    return v <= 0x7F ? 1 : v <= 0x7FF ? 2 : v <= 0xFFFF ? 3 : v <= 0x10FFFF ? 4 : 0;
+}
 
-char* put_utf8(char* out, std::uint32_t v) {
+char* put_utf8(char* out, std::uint32_t v)
+{
     switch (utf8_length(v)) {
     case 1: *out++ = static_cast<char>(v); break;
     case 2:
@@ -66,7 +73,8 @@ char* put_utf8(char* out, std::uint32_t v) {
 // so the text is allocated once at its size. An element beyond Unicode ends
 // the text, keeping what came before; without memory the text is empty.
 template <typename element_at>
-std::string encode_utf8(std::size_t count, element_at element) {
+std::string encode_utf8(std::size_t count, element_at element)
+{
     std::string out;
     try {
         std::size_t length = 0;
@@ -87,13 +95,15 @@ std::string encode_utf8(std::size_t count, element_at element) {
 
 } // namespace
 
-std::string wide_to_utf8(std::wstring const& wide) {
+std::string wide_to_utf8(std::wstring const& wide)
+{
     return encode_utf8(wide.size(), [&wide](std::size_t i) { return static_cast<std::uint32_t>(wide[i]); });
 }
 
 // The same encoding straight from the file's bytes: each unit is one element.
 // The names in a Prefetch file are nearly always ASCII, one byte a unit.
-std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes) {
+std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes)
+{
     std::size_t const units = bytes.size() / 2;
     // Four units at a time, read as one word: any bit above the low seven of
     // a unit makes the text other than ASCII.
@@ -108,9 +118,8 @@ std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes) {
     }
     for (; at < units; ++at) seen |= (bytes[2 * at] | bytes[2 * at + 1] << 8) & 0xFF80u;
     if (seen != 0) {
-        return encode_utf8(units, [bytes](std::size_t i) {
-            return static_cast<std::uint32_t>(bytes[2 * i] | bytes[2 * i + 1] << 8);
-        });
+        return encode_utf8(
+            units, [bytes](std::size_t i) { return static_cast<std::uint32_t>(bytes[2 * i] | bytes[2 * i + 1] << 8); });
     }
     std::string out;
     try {
@@ -124,7 +133,8 @@ std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes) {
 
 // Structure is checked, nothing else: overlong forms, surrogates and values
 // above 0x10FFFF pass as computed. On a fault the finished elements stay.
-bool utf8_into_wide(std::wstring& wide_result, std::string const& narrow) {
+bool utf8_into_wide(std::wstring& wide_result, std::string const& narrow)
+{
     wide_result.clear();
     if (narrow.empty()) return false;
     std::size_t i = 0;
@@ -157,28 +167,33 @@ bool utf8_into_wide(std::wstring& wide_result, std::string const& narrow) {
     return true;
 }
 
-std::wstring utf8_to_wide(std::string const& narrow) {
+std::wstring utf8_to_wide(std::string const& narrow)
+{
     std::wstring work;
     if (!utf8_into_wide(work, narrow)) return std::wstring();
     return work;
 }
 
-std::string& to_lower_narrow(std::string& text) {
+std::string& to_lower_narrow(std::string& text)
+{
     if (!text.empty()) narrow_ctype().tolower(text.data(), text.data() + text.size());
     return text;
 }
 
-void to_upper_narrow(std::string& text) {
+void to_upper_narrow(std::string& text)
+{
     if (!text.empty()) narrow_ctype().toupper(text.data(), text.data() + text.size());
 }
 
-std::wstring& to_lower_wide(std::wstring& text) {
+std::wstring& to_lower_wide(std::wstring& text)
+{
     for (wchar_t& c : text) c = lower_wide_char(c);
     return text;
 }
 
 // Both arguments are left lower-cased when the lengths agree.
-bool equal_ignore_case(std::string& a, std::string& b) {
+bool equal_ignore_case(std::string& a, std::string& b)
+{
     if (a.size() != b.size()) return false;
     to_lower_narrow(a);
     to_lower_narrow(b);
@@ -187,7 +202,8 @@ bool equal_ignore_case(std::string& a, std::string& b) {
 
 // Each element is looked at once, so a `to` inside the searched set is
 // written and left, never searched again.
-void substitute_char(std::string& text, char from, char to, bool ignore_case) {
+void substitute_char(std::string& text, char from, char to, bool ignore_case)
+{
     if (to == from) return;
     char lower = from;
     char upper = from;
@@ -199,14 +215,16 @@ void substitute_char(std::string& text, char from, char to, bool ignore_case) {
         if (c == lower || c == upper) c = to;
 }
 
-void substitute_char_wide(std::wstring& text, wchar_t from, wchar_t to, bool ignore_case) {
+void substitute_char_wide(std::wstring& text, wchar_t from, wchar_t to, bool ignore_case)
+{
     wchar_t lower = ignore_case ? lower_wide_char(from) : from;
     wchar_t upper = ignore_case ? upper_wide_char(from) : from;
     for (wchar_t& c : text)
         if (c == lower || c == upper) c = to;
 }
 
-bool trim_blanks(std::string& text) {
+bool trim_blanks(std::string& text)
+{
     std::size_t first = 0;
     while (first < text.size() && is_blank(text[first])) ++first;
     if (first == text.size()) {
@@ -221,7 +239,8 @@ bool trim_blanks(std::string& text) {
 
 // Spaces, then tabs, then line ends, each kind peeled on its own: " \t x"
 // keeps the space behind the tab, and "x\r\n" keeps its CR.
-bool trim_wide(std::wstring& text) {
+bool trim_wide(std::wstring& text)
+{
     strip_both_ends(text, L' ');
     if (text.empty()) return false;
     strip_both_ends(text, L'\t');
@@ -231,7 +250,8 @@ bool trim_wide(std::wstring& text) {
     return true;
 }
 
-std::size_t chomp_line_end(std::string& text) {
+std::size_t chomp_line_end(std::string& text)
+{
     std::size_t removed = 0;
     while (!text.empty() && (text.back() == '\r' || text.back() == '\n')) {
         text.pop_back();
@@ -240,7 +260,8 @@ std::size_t chomp_line_end(std::string& text) {
     return removed;
 }
 
-void strip_trailing_slashes(std::wstring& text) {
+void strip_trailing_slashes(std::wstring& text)
+{
     while (!text.empty() && (text.back() == L'/' || text.back() == L'\\')) text.pop_back();
 }
 
@@ -248,7 +269,8 @@ void strip_trailing_slashes(std::wstring& text) {
 // elements still to split; a separator at the very start gives no item, and
 // with keep_empty a separator as the last element gives one empty item.
 bool split_wide(std::wstring const& text, wchar_t separator, std::vector<std::wstring>& items, bool trim,
-                bool keep_empty) {
+                bool keep_empty)
+{
     items.clear();
     if (text.empty()) return false;
     std::size_t end = text.find(L'\0');
@@ -279,8 +301,8 @@ bool split_wide(std::wstring const& text, wchar_t separator, std::vector<std::ws
 }
 
 // An empty `text` or `from` leaves `result` empty: the text is not copied.
-std::string& replace_all(std::string& result, std::string const& text, std::string const& from,
-                         std::string const& to) {
+std::string& replace_all(std::string& result, std::string const& text, std::string const& from, std::string const& to)
+{
     result.clear();
     if (text.empty() || from.empty()) return result;
     result.reserve(text.size() + 256);
@@ -295,17 +317,19 @@ std::string& replace_all(std::string& result, std::string const& text, std::stri
 }
 
 // A GUID in its Windows layout: u32, u16, u16 little-endian, then eight bytes.
-std::string guid_text(std::uint8_t const (&guid)[16]) {
+std::string guid_text(std::uint8_t const (&guid)[16])
+{
     unsigned data1 = guid[0] | (guid[1] << 8) | (guid[2] << 16) | (static_cast<unsigned>(guid[3]) << 24);
     unsigned data2 = guid[4] | (guid[5] << 8);
     unsigned data3 = guid[6] | (guid[7] << 8);
     char buf[40];
-    std::snprintf(buf, sizeof buf, "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", data1, data2, data3,
-                  guid[8], guid[9], guid[10], guid[11], guid[12], guid[13], guid[14], guid[15]);
+    std::snprintf(buf, sizeof buf, "%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x", data1, data2, data3, guid[8],
+                  guid[9], guid[10], guid[11], guid[12], guid[13], guid[14], guid[15]);
     return buf;
 }
 
-bool locale_name_known(std::string const& name) {
+bool locale_name_known(std::string const& name)
+{
     try {
         std::locale probe(name.c_str());
         return true;

@@ -50,8 +50,7 @@ bool split_wide(std::wstring const& text, wchar_t separator, std::vector<std::ws
                 bool keep_empty);
 // Gives `text` with every `from` replaced by `to`, in `result`; an empty
 // `text` or `from` gives "" (the text is not copied).
-std::string& replace_all(std::string& result, std::string const& text, std::string const& from,
-                         std::string const& to);
+std::string& replace_all(std::string& result, std::string const& text, std::string const& from, std::string const& to);
 // Gives the GUID as lower-case hex in 8-4-4-4-12 form, the first three groups
 // read little-endian.
 std::string guid_text(std::uint8_t const (&guid)[16]);

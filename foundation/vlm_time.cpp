@@ -92,22 +92,14 @@ char const* type_time_label(type_time type)
 time::time(std::uint64_t value, type_time type)
 {
     switch (type) {
-    case filetime:
-        convert_ticks(*this, value);
-        break;
+    case filetime: convert_ticks(*this, value); break;
     case chrome:
         filetime_ticks = value * 10;
         convert_ticks(*this, filetime_ticks);
         break;
-    case firefox3:
-        convert_ticks(*this, firefox3_to_ticks(value));
-        break;
-    case unix_time:
-        construct_unix(*this, value);
-        break;
-    case safari_time:
-        convert_ticks(*this, safari_to_ticks(value));
-        break;
+    case firefox3: convert_ticks(*this, firefox3_to_ticks(value)); break;
+    case unix_time: construct_unix(*this, value); break;
+    case safari_time: convert_ticks(*this, safari_to_ticks(value)); break;
     }
 }
 

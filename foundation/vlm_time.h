@@ -10,10 +10,10 @@ namespace vlm {
 
 // Encodings of raw time values (single bits).
 enum type_time : std::uint32_t {
-    filetime = 1,        // 100 ns ticks since 1601
-    chrome = 2,          // microseconds since 1601
-    firefox3 = 4,        // signed microseconds since 1970
-    unix_time = 8,       // signed seconds since 1970
+    filetime = 1,          // 100 ns ticks since 1601
+    chrome = 2,            // microseconds since 1601
+    firefox3 = 4,          // signed microseconds since 1970
+    unix_time = 8,         // signed seconds since 1970
     safari_time = 0x40000, // seconds (or nanoseconds) since 2001
 };
 

@@ -116,8 +116,8 @@ std::string month_abbreviation(int month)
     return names[month - 1];
 }
 
-bool format_time_text(std::string& date_out, std::string& time_out, time const& t,
-                      std::string const& date_format, std::string const& time_format)
+bool format_time_text(std::string& date_out, std::string& time_out, time const& t, std::string const& date_format,
+                      std::string const& time_format)
 {
     date_out.clear();
     time_out.clear();
@@ -127,8 +127,8 @@ bool format_time_text(std::string& date_out, std::string& time_out, time const& 
     return true;
 }
 
-bool format_time_text_whole(std::string& date_out, std::string& time_out, time const& t,
-                            std::string const& date_format, std::string const& time_format)
+bool format_time_text_whole(std::string& date_out, std::string& time_out, time const& t, std::string const& date_format,
+                            std::string const& time_format)
 {
     if (!format_time_text(date_out, time_out, t, date_format, time_format)) return false;
     std::size_t const dot = time_out.find('.');
@@ -136,8 +136,8 @@ bool format_time_text_whole(std::string& date_out, std::string& time_out, time c
     return true;
 }
 
-bool build_date_time_layout(date_time_layout& out, std::string const& date_format,
-                            std::string const& time_format, bool paired)
+bool build_date_time_layout(date_time_layout& out, std::string const& date_format, std::string const& time_format,
+                            bool paired)
 {
     out = {};
     if (paired) out.bytes[2] |= 0x01;
@@ -177,8 +177,7 @@ bool build_date_time_layout(date_time_layout& out, std::string const& date_forma
     return true;
 }
 
-bool format_time_layout(std::string& date_out, std::string& time_out, time const& t,
-                        date_time_layout const& layout)
+bool format_time_layout(std::string& date_out, std::string& time_out, time const& t, date_time_layout const& layout)
 {
     if (layout.word() == 0) return format_time_text(date_out, time_out, t, "yyyy-mm-dd", "hh:mm:ss.xxx");
     date_out.clear();
@@ -193,8 +192,8 @@ bool format_time_layout(std::string& date_out, std::string& time_out, time const
     return true;
 }
 
-bool parse_date_fields(char const* date, std::string const& order, char separator,
-                       std::uint16_t& day, std::uint16_t& month, std::uint16_t& year)
+bool parse_date_fields(char const* date, std::string const& order, char separator, std::uint16_t& day,
+                       std::uint16_t& month, std::uint16_t& year)
 {
     day = month = year = 0;
     if (date == nullptr || order.size() != 3) return false;
@@ -219,7 +218,8 @@ bool parse_date_fields(char const* date, std::string const& order, char separato
         if (next >= tokens.size()) return false;
         std::uint32_t value = 0;
         if (!parse_u32_text(tokens[next++], value)) return false;
-        std::size_t const slot = std::string("YMD").find(static_cast<char>(std::toupper(static_cast<unsigned char>(order[i]))));
+        std::size_t const slot =
+            std::string("YMD").find(static_cast<char>(std::toupper(static_cast<unsigned char>(order[i]))));
         if (slot == npos) return false;
         values[slot] = value;
     }
@@ -273,8 +273,7 @@ bool parse_date_time(char const* date, char const* clock, std::string const& ord
     if (date == nullptr || *date == '\0') return false;
     if (!parse_date_fields(date, order, separator, out.day, out.month, out.year)) return false;
     double seconds = 0.0;
-    if (clock != nullptr && *clock != '\0' && !parse_clock_fields(clock, out.hour, out.minute, seconds))
-        return false;
+    if (clock != nullptr && *clock != '\0' && !parse_clock_fields(clock, out.hour, out.minute, seconds)) return false;
     if (!(seconds >= 0.0 && seconds < 65536.0)) return false; // the field is 16 bits wide
     auto const whole = static_cast<std::uint16_t>(seconds);
     out.second = whole;

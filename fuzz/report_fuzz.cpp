@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "driver/kito_user_context.h"
-#include "driver/run_header.h"
 #include "driver/output_entry.h"
+#include "driver/run_header.h"
 
 namespace {
 

@@ -138,8 +138,8 @@ public:
         if (m_held > 48) return;
         if (m_next + 8 <= m_end) {
             std::uint8_t const* at = m_block + m_next;
-            std::uint64_t const words = std::uint64_t{word(at)} << 48 | std::uint64_t{word(at + 2)} << 32
-                                        | std::uint64_t{word(at + 4)} << 16 | word(at + 6);
+            std::uint64_t const words = std::uint64_t{word(at)} << 48 | std::uint64_t{word(at + 2)} << 32 |
+                                        std::uint64_t{word(at + 4)} << 16 | word(at + 6);
             // Bits of a word only partly taken are taken again next time.
             m_bits |= words >> m_held;
             int const taken = (64 - m_held) / 16;
@@ -177,10 +177,7 @@ public:
     // After bytes were read at the settled place: the words go on behind them.
     void resume_at(std::int64_t place) { m_next = place; }
 
-    std::uint32_t word_at(std::int64_t at) const
-    {
-        return at >= 0 && at + 2 <= m_end ? word(m_block + at) : 0;
-    }
+    std::uint32_t word_at(std::int64_t at) const { return at >= 0 && at + 2 <= m_end ? word(m_block + at) : 0; }
     std::int64_t end() const { return m_end; }
     std::uint8_t byte_at(std::int64_t at) const { return m_block[at]; }
 
@@ -323,8 +320,8 @@ public:
     {
         if (m_flag_count == 0) {
             if (!inside(m_position, 4)) return false;
-            m_flags = static_cast<std::uint32_t>(m_stream[m_position]) | m_stream[m_position + 1] << 8
-                      | m_stream[m_position + 2] << 16 | static_cast<std::uint32_t>(m_stream[m_position + 3]) << 24;
+            m_flags = static_cast<std::uint32_t>(m_stream[m_position]) | m_stream[m_position + 1] << 8 |
+                      m_stream[m_position + 2] << 16 | static_cast<std::uint32_t>(m_stream[m_position + 3]) << 24;
             m_position += 4;
             m_flag_count = 32;
         }
@@ -509,8 +506,8 @@ bool container_decompressor::decode_blocks(std::uint8_t const* data, std::int32_
     std::int32_t block_size = static_cast<std::int32_t>(block_output);
     // A block needs more than its 256-byte table behind the position; the last
     // output byte is never decoded, so the loop stops one short of it.
-    while (position >= 0 && position < size && size - position > 256 && block_size > 0
-           && m_output_pos < m_output_size - 1) {
+    while (position >= 0 && position < size && size - position > 256 && block_size > 0 &&
+           m_output_pos < m_output_size - 1) {
         if (m_kind == container_mem0) {
             // MEM0 puts the length of each block in front of it.
             std::uint32_t stored = 0;
@@ -523,8 +520,8 @@ bool container_decompressor::decode_blocks(std::uint8_t const* data, std::int32_
             return false;
         }
         std::size_t consumed = 0;
-        if (!decode_huffman_block(consumed, data + position, static_cast<std::size_t>(size - position))
-            || consumed == 0)
+        if (!decode_huffman_block(consumed, data + position, static_cast<std::size_t>(size - position)) ||
+            consumed == 0)
             break;
         position += m_kind == container_mem0 ? block_size : static_cast<std::int64_t>(consumed);
     }
@@ -571,14 +568,13 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
     return m_table_ready;
 }
 
-bool container_decompressor::decode_huffman_block(std::size_t& consumed, std::uint8_t const* block,
-                                                  std::size_t length)
+bool container_decompressor::decode_huffman_block(std::size_t& consumed, std::uint8_t const* block, std::size_t length)
 {
     consumed = 0;
     if (!build_code_table(block, length)) return false;
     if (block == nullptr) length = 0;
-    if (m_code_table.size() < (std::size_t{1} << max_code_bits) || m_code_lengths.size() < symbol_count
-        || m_fast_table.size() < (std::size_t{1} << fast_bits))
+    if (m_code_table.size() < (std::size_t{1} << max_code_bits) || m_code_lengths.size() < symbol_count ||
+        m_fast_table.size() < (std::size_t{1} << fast_bits))
         return false;
     code_tables const tables{m_fast_table.data(), m_code_table.data()};
     return decode_symbols(byte_view{block, length}, tables, m_output.data(), m_output_size, m_output_pos, consumed);

@@ -19,8 +19,8 @@ bool has_bytes(byte_view head, std::uint64_t offset, char const* mark, std::size
 
 bool begins_like_evidence(byte_view head)
 {
-    return has_bytes(head, 4, "SCCA", 4) || has_bytes(head, 0, "MAM", 3) || has_bytes(head, 0, "MEM0", 4)
-           || has_bytes(head, 0, "\x81\x81xpress", 8);
+    return has_bytes(head, 4, "SCCA", 4) || has_bytes(head, 0, "MAM", 3) || has_bytes(head, 0, "MEM0", 4) ||
+           has_bytes(head, 0, "\x81\x81xpress", 8);
 }
 
 bool is_evidence_file(std::string const& path)

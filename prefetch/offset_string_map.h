@@ -12,7 +12,8 @@
 #include <utility>
 #include <vector>
 
-template <typename value> class ordered_pairs {
+template <typename value>
+class ordered_pairs {
 public:
     using value_type = std::pair<std::uint64_t, value>;
     using const_iterator = typename std::vector<value_type>::const_iterator;

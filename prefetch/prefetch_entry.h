@@ -12,7 +12,7 @@
 // Where the NTFS file system kept a file: its MFT record and that record's
 // sequence number, which tells a reused record from the one Windows saw.
 struct ntfs_file_reference {
-    std::uint64_t mft_entry = 0;   // low 48 bits of the reference
+    std::uint64_t mft_entry = 0;    // low 48 bits of the reference
     std::uint16_t mft_sequence = 0; // high 16 bits
 };
 // File references by the offset of the file string they belong to.
@@ -21,14 +21,14 @@ using file_reference_map = ordered_pairs<ntfs_file_reference>;
 // Why the chain refused a file; none while it has not.
 enum class decode_failure {
     none,
-    unreadable,          // cannot be opened or its file-system facts are missing
+    unreadable, // cannot be opened or its file-system facts are missing
     empty_file,
     not_prefetch,        // too short, or no "SCCA" after unwrapping
     container_broken,    // a container that yields nothing
     container_too_large, // a container that declares more than 16 MiB of output
     strings_past_end,
     volumes_past_end,
-    exception,           // out of memory or another fault while decoding
+    exception, // out of memory or another fault while decoding
 };
 
 struct prefetch_entry {
@@ -51,7 +51,7 @@ struct prefetch_entry {
     std::vector<std::uint32_t> container_kinds; // container layers unwrapped, outermost first
     std::uint32_t decoded_size = 0;             // bytes of the plain Prefetch buffer
     std::uint32_t format_version = 0;
-    std::uint32_t prefetch_hash = 0;            // hash of the program's path, as Windows names the file
+    std::uint32_t prefetch_hash = 0; // hash of the program's path, as Windows names the file
 
     std::uint64_t last_run = 0;
     std::set<std::uint64_t> entry_times;

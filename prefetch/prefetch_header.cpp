@@ -83,14 +83,11 @@ bool read_run_info(std::uint64_t& last_run, std::uint32_t& run_count, std::uint8
     prefetch_layout const& layout = find_layout(header);
     std::uint64_t newest = 0;
     switch (layout.last_run) {
-    case last_run_rule::none:
-        return false;
+    case last_run_rule::none: return false;
     case last_run_rule::single_slot:
         if (!read_u64(header, layout.last_run_offset, newest)) return false;
         break;
-    case last_run_rule::newest_slot:
-        newest = newest_run_slot(header);
-        break;
+    case last_run_rule::newest_slot: newest = newest_run_slot(header); break;
     }
     std::uint32_t count = 0;
     if (!read_u32(header, layout.run_count_offset, count)) return false;

@@ -36,7 +36,7 @@ enum class last_run_rule {
 // Windows 11 kept both.
 struct prefetch_layout {
     std::uint32_t version;
-    bool any_metrics_offset;     // the row ignores metrics_offset
+    bool any_metrics_offset;      // the row ignores metrics_offset
     std::uint32_t metrics_offset; // else the row needs exactly this value
     char const* label;
     std::uint32_t volume_record_size;

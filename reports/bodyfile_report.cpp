@@ -25,10 +25,10 @@ bool write_bodyfile_record(bool& header_pending, std::ostream& out, bodyfile_rec
     substitute_char(record.name, '|', ';', false);
     auto const number = [](std::uint64_t value) { return std::to_string(value); };
     time_quad const& t = record.times;
-    std::string const line = (record.md5.empty() ? "0" : record.md5) + "|" + record.name + "|" +
-                             number(record.inode) + "|" + record.mode_text + "|" + number(record.uid) + "|" +
-                             number(record.gid) + "|" + number(record.size) + "|" + number(t.a) + "|" +
-                             number(t.m) + "|" + number(t.c) + "|" + number(t.b) + "\n";
+    std::string const line = (record.md5.empty() ? "0" : record.md5) + "|" + record.name + "|" + number(record.inode) +
+                             "|" + record.mode_text + "|" + number(record.uid) + "|" + number(record.gid) + "|" +
+                             number(record.size) + "|" + number(t.a) + "|" + number(t.m) + "|" + number(t.c) + "|" +
+                             number(t.b) + "\n";
     out.write(line.data(), static_cast<std::streamsize>(line.size()));
     return true;
 }

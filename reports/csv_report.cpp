@@ -88,8 +88,7 @@ void fill_row(field_row& row, report_subject const& file, report_settings const&
     std::uint32_t const number_flags = cell_flag_decimal | role_count;
     int i = 0;
 
-    i += set_text_cell(row, i, settings.show_prefetch_path ? file.file_path : file.file_base_name,
-                       cell_text, 0);
+    i += set_text_cell(row, i, settings.show_prefetch_path ? file.file_path : file.file_base_name, cell_text, 0);
     i += set_text_cell(row, i, entry.target_name, cell_text, 0);
     i += set_value_cell(row, i, entry.run_count, cell_number, number_flags);
     i += set_value_cell(row, i, entry.last_run, time_kind, role_last_run);

@@ -41,7 +41,8 @@ void write_text_cell(std::ostream& line, field_cell& cell, std::streamsize width
     line << std::left;
     if (!settings.no_padding) line << std::setw(width);
     if (settings.value_substitute_from != 0)
-        substitute_char(cell.cell_text, settings.value_substitute_from, settings.value_substitute_to, /*ignore_case=*/false);
+        substitute_char(cell.cell_text, settings.value_substitute_from, settings.value_substitute_to,
+                        /*ignore_case=*/false);
     if (settings.delimited_form) mark_newlines(cell.cell_text);
     line << cell.cell_text;
 }

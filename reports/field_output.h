@@ -13,12 +13,12 @@
 #include "reports/report_settings.h"
 
 enum cell_kinds : std::uint16_t {
-    cell_none = 0,       // column definition, or nothing (second half of a date/time pair)
-    cell_number = 4,     // cell_value
-    cell_text = 9,       // cell_text
-    cell_time_pair = 10, // FILETIME as date and time in two columns
+    cell_none = 0,         // column definition, or nothing (second half of a date/time pair)
+    cell_number = 4,       // cell_value
+    cell_text = 9,         // cell_text
+    cell_time_pair = 10,   // FILETIME as date and time in two columns
     cell_time_joined = 11, // FILETIME as date and time in one column
-    cell_time_half = 22, // column definition of the time half of a pair
+    cell_time_half = 22,   // column definition of the time half of a pair
 };
 
 constexpr std::uint32_t cell_flag_decimal = 0x40000000;

@@ -32,27 +32,29 @@ private:
     std::string m_text = "{";
 };
 
-template <typename iterator, typename convert> std::string json_array(iterator first, iterator last, convert to_json)
+template <typename iterator, typename convert>
+std::string json_array(iterator first, iterator last, convert to_json)
 {
     std::string text = "[";
     for (; first != last; ++first) text.append(text.size() > 1 ? "," : "").append(to_json(*first));
     return text + "]";
 }
 
-template <typename range, typename convert> std::string json_array(range const& items, convert to_json)
+template <typename range, typename convert>
+std::string json_array(range const& items, convert to_json)
 {
     return json_array(std::begin(items), std::end(items), to_json);
 }
 
 std::string json_number(std::uint64_t value) { return std::to_string(value); }
 
-void put_text(std::ostream& out, std::string_view text) { out.write(text.data(), static_cast<std::streamsize>(text.size())); }
+void put_text(std::ostream& out, std::string_view text)
+{
+    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
 
 // A record is one line.
-void put_record(std::ostream& out, json_object const& record)
-{
-    put_text(out, record.close() + "\n");
-}
+void put_record(std::ostream& out, json_object const& record) { put_text(out, record.close() + "\n"); }
 
 // An array member streamed item by item: a hostile file's eight million
 // file names never stand in memory as one text.
@@ -85,7 +87,12 @@ std::size_t utf8_sequence(std::string_view text, std::uint32_t& code_point)
 {
     auto const byte = [text](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
     std::uint8_t const lead = byte(0);
-    std::size_t const length = lead < 0x80 ? 1 : lead < 0xc2 ? 0 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : lead < 0xf5 ? 4 : 0;
+    std::size_t const length = lead < 0x80   ? 1
+                               : lead < 0xc2 ? 0
+                               : lead < 0xe0 ? 2
+                               : lead < 0xf0 ? 3
+                               : lead < 0xf5 ? 4
+                                             : 0;
     if (length == 0 || length > text.size()) return 0;
     code_point = length == 1 ? lead : lead & (0x7fu >> length);
     for (std::size_t i = 1; i < length; ++i) {

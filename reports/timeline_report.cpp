@@ -129,9 +129,9 @@ std::string when_fields(timeline_record const& record, vlm::time const& when)
 
 void write_timeline_header(std::ostream& out, std::string const& separator, bool paired)
 {
-    static char const* const names[] = {"timezone", "MACB", "source", "sourcetype", "type", "user", "host",
-                                        "short", "desc", "version", "filename", "inode", "notes", "format",
-                                        "extra"};
+    static char const* const names[] = {"timezone", "MACB",  "source", "sourcetype", "type",
+                                        "user",     "host",  "short",  "desc",       "version",
+                                        "filename", "inode", "notes",  "format",     "extra"};
     std::string line = paired ? "date/time" : "date" + separator + "time";
     for (char const* name : names) line += separator + name;
     out.write(line.data(), static_cast<std::streamsize>(line.size()));
