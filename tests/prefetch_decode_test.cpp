@@ -164,7 +164,7 @@ TEST(PrefetchDecode, LoadFailures)
     temp_folder const folder("decode");
     std::string const dir = folder.path(), bad_utf8 = dir + "/\xff.pf";
     pf_image const good = build_prefetch(typical_prefetch(17));
-    write_file(bad_utf8, std::string(good.bytes.begin(), good.bytes.end()));
+    write_file(bad_utf8, good.bytes);
     // The last one is readable, but the file system cannot be asked for its facts.
     for (std::string const& path : {dir + "/missing.pf", std::string(), bad_utf8}) {
         decoded_file file;
@@ -188,7 +188,7 @@ TEST(PrefetchDecode, LoadReadsSixteenMebibytes)
     for (std::uint32_t i = 0; i < 4; ++i) image.put_u16(limit - 6 + 2 * i, 'A' + i);
     temp_folder const folder("decode");
     std::string const path = folder / "big.pf";
-    write_file(path, std::string(image.bytes.begin(), image.bytes.end()));
+    write_file(path, image.bytes);
     decoded_file file, whole;
     ASSERT_TRUE(file.load(path));
     EXPECT_EQ(file.err, "");

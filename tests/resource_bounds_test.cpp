@@ -14,8 +14,6 @@ namespace {
 constexpr std::uint32_t input_limit = 0x1000000;
 constexpr long memory_bound_kb = 1000L * 1000;
 
-std::string text_of(byte_vec const& bytes) { return {bytes.begin(), bytes.end()}; }
-
 // A header whose strings section runs to the end of 16 MiB of zero units:
 // eight million empty file names, each one a line of every report.
 byte_vec zero_units()
@@ -71,13 +69,6 @@ byte_vec many_volumes()
     return image.bytes;
 }
 
-std::size_t count_of(std::string const& text, std::string const& part)
-{
-    std::size_t n = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-    return n;
-}
-
 struct worst_case {
     char const* name;
     byte_vec (*bytes)();
@@ -112,7 +103,7 @@ TEST_P(resource_bounds, worst_input_stays_under_one_gigabyte)
     if (r.bytes == packed_zeros) {
         ASSERT_LT(bytes.size(), 128u * 1024);
     }
-    write_file(path, text_of(bytes));
+    write_file(path, bytes);
     std::vector<std::string> args{path, "-quiet", "-out", results};
     args.insert(args.end(), r.options.begin(), r.options.end());
     EXPECT_EQ(run_kito(args).status, r.status);
