@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "prefetch/evidence_guard.h"
 #include "support/container_encoder.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
@@ -30,6 +31,21 @@ protected:
     temp_folder folder{"evidence"};
     std::string dir = folder.path(), plain = folder / "NOTEPAD.EXE-D8414F97.pf", packed = folder / "packed.pf";
 };
+
+// Only the marks of a Prefetch file and of the three containers count, each
+// whole and in its place.
+TEST(evidence_guard, knows_the_marks_whole_and_in_place)
+{
+    using namespace std::literals;
+    std::pair<std::string_view, bool> const heads[] = {
+        {"\x11\0\0\0SCCA"sv, true}, {"MAM\x04"sv, true}, {"MEM0"sv, true}, {"\x81\x81xpress"sv, true},
+        {"\x11\0\0\0SCC"sv, false}, {"SCCA\0\0\0\0"sv, false}, {"MA"sv, false}, {"MEM"sv, false},
+        {"\x81\x81xpres"sv, false}, {"\x81\x81xpresS"sv, false}, {""sv, false}};
+    for (auto const& [head, evidence] : heads) {
+        byte_view const view{reinterpret_cast<std::uint8_t const*>(head.data()), head.size()};
+        EXPECT_EQ(begins_like_evidence(view), evidence) << head;
+    }
+}
 
 TEST_F(evidence, a_report_that_cannot_be_written_fails_the_run_once)
 {
