@@ -101,6 +101,10 @@ TEST(vlm_time, fields_to_ticks_with_its_year_2000_slip) {
         bool const ok = vlm::fields_to_ticks(f, ticks);
         EXPECT_EQ(std::pair(ok, ticks), std::pair(true, c.expected)) << c.year << "-" << c.month << "-" << c.day;
     }
+    // The first instant a FILETIME holds, and the second before it.
+    std::uint64_t ticks = 1;
+    EXPECT_TRUE(vlm::fields_to_ticks({1601, 1, 0, 1, 0, 0, 0, 0}, ticks) && ticks == 0);
+    EXPECT_FALSE(vlm::fields_to_ticks({1600, 12, 0, 31, 23, 59, 59, 0}, ticks));
 }
 
 } // namespace
