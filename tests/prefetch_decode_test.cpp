@@ -7,6 +7,7 @@
 
 #include "driver/kito_user_context.h"
 #include "driver/output_entry.h"
+#include "prefetch/byte_reader.h"
 #include "prefetch/prefetch_header.h"
 #include "support/decoded_file.h"
 #include "support/container_encoder.h"
@@ -25,6 +26,23 @@ strings values_of(offset_string_map const& map)
 }
 
 bool decode(pf_image const& image, decoded_file& file) { return file.decode(image.bytes.data(), image.size()); }
+
+// The one door to input bytes: a read that does not lie wholly inside reads
+// nothing, also where offset + count would wrap around.
+TEST(ByteReader, ReadsOnlyWhatLiesWhollyInside)
+{
+    std::uint8_t const bytes[6] = {1, 2, 3, 4, 5, 6};
+    byte_view const buf{bytes, sizeof bytes};
+    struct { std::uint64_t offset, count; bool inside; } const rows[] = {
+        {0, 6, true}, {2, 4, true}, {6, 0, true}, {3, 4, false}, {6, 1, false}, {7, 0, false},
+        {1, UINT64_MAX, false}, {UINT64_MAX, 2, false}};
+    for (auto const& r : rows) EXPECT_EQ(buf.has(r.offset, r.count), r.inside) << r.offset << "+" << r.count;
+    EXPECT_FALSE((byte_view{nullptr, 6}.has(0, 1)));
+    std::uint32_t u32 = 7;
+    std::uint16_t u16 = 7;
+    EXPECT_TRUE(read_u32(buf, 2, u32) && u32 == 0x06050403u);
+    EXPECT_FALSE(read_u16(buf, 5, u16) || u16 != 7);
+}
 
 TEST(PrefetchDecode, AcceptanceLooksAtSizeAndSignatureOnly)
 {
