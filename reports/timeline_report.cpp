@@ -85,7 +85,6 @@ timeline_record build_record(report_subject const& file, report_settings const& 
     record.substitute_from = settings.value_substitute_from;
     record.substitute_to = settings.value_substitute_to;
     record.no_padding = settings.no_padding;
-    record.padded = !settings.no_padding;
     record.paired = settings.pair_datetime;
     return record;
 }

@@ -31,7 +31,6 @@ struct timeline_record {
     char substitute_from = ',';
     char substitute_to = ' ';
     bool no_padding = false;
-    bool padded = true;
     bool paired = false;
 };
 
