@@ -28,8 +28,8 @@ bool decode_and_write(std::ostream& out, kito_user_context& context)
     }
 }
 
-} // namespace
-
+// What the writers read of the options, copied for each file: the context's
+// fields may change between files (tests and the fuzz target set them freely).
 report_settings settings_of(kito_user_context const& options)
 {
     report_settings s;
@@ -59,6 +59,8 @@ report_subject subject_of(kito_user_context const& context)
 {
     return {context.m_entry, context.m_file_path, context.m_file_base_name, context.m_version_label};
 }
+
+} // namespace
 
 bool write_text_report(std::ostream& out, kito_user_context& context)
 {

@@ -5,7 +5,6 @@
 #include <ostream>
 
 #include "driver/kito_user_context.h"
-#include "reports/report_settings.h"
 
 // Decode context.m_file_path and write one report. Never lets an exception pass.
 bool output_prefetch_entry(std::ostream& out, kito_user_context& context);
@@ -15,10 +14,6 @@ bool write_prefetch_report(std::ostream& out, kito_user_context& context, bool d
 bool load_prefetch_file(kito_user_context& context);
 bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_user_context& context);
 void reset_decoded_entry(kito_user_context& context);
-
-// What the writers read of the options and of the file in hand.
-report_settings settings_of(kito_user_context const& options);
-report_subject subject_of(kito_user_context const& context);
 
 // Each writer writes nothing and gives false unless its format is the one chosen.
 bool write_text_report(std::ostream& out, kito_user_context& context);

@@ -17,8 +17,8 @@ struct report_subject {
     std::string const& version_label;  // "Win10 Prefetch", ...
 };
 
-// The options the writers read. The defaults are those of a run without options,
-// except the layout, which is made from the formats (`with_layout`).
+// The options the writers read. The defaults are those of a run without
+// options; the layout is built from the formats by the option pass.
 struct report_settings {
     std::string date_format = "yyyy-mm-dd";
     std::string time_format = "hh:mm:ss.xxx";
@@ -39,14 +39,6 @@ struct report_settings {
     bool user_name_given = false;
     bool host_name_given = false;
     std::string program_name; // how kito was called, for the timeline's format column
-
-    // The same settings with the layout made from the date and time formats.
-    report_settings with_layout() const
-    {
-        report_settings copy = *this;
-        vlm::build_date_time_layout(copy.date_time_layout, date_format, time_format, pair_datetime);
-        return copy;
-    }
 };
 
 // What the delimited writers change as they go: whether the header line is
