@@ -55,7 +55,7 @@ void copy_match(std::uint8_t* out, std::uint32_t position, std::uint32_t distanc
     }
 }
 
-// A table entry: the symbol in the low 9 bits, the length of its code above.
+// A direct table entry: the symbol in the low 9 bits, the length of its code above.
 constexpr unsigned entry_symbol_bits = 9;
 std::uint16_t table_entry(std::uint32_t symbol, std::uint32_t code_length)
 {
@@ -69,16 +69,34 @@ std::uint16_t table_entry(std::uint32_t symbol, std::uint32_t code_length)
 // 16 entries under 11-bit indexes, and there the small table holds its entry.
 constexpr unsigned fast_bits = 11;
 constexpr unsigned fast_group_bits = max_code_bits - fast_bits;
-constexpr std::uint16_t see_direct_table = 0x8000;
+constexpr std::uint32_t see_direct_table = 0x80000000u;
+
+// A decoding step: in the low 6 bits the bits to take from the stream (the
+// code, and the offset bits of a match whose length is in its symbol, so that
+// one shift gets to the next symbol), the symbol from bit 8, the code's length
+// from bit 20.
+struct step {
+    static constexpr std::uint32_t of(std::uint32_t symbol, std::uint32_t code_length)
+    {
+        bool const offset_follows = symbol >= 256 && (symbol & 15) != 15;
+        std::uint32_t const offset_bits = offset_follows ? (symbol - 256) >> 4 : 0;
+        return (code_length + offset_bits) | symbol << 8 | code_length << 20;
+    }
+    static std::uint32_t bits(std::uint32_t step) { return step & 63; }
+    static std::uint32_t symbol(std::uint32_t step) { return step >> 8 & (symbol_count - 1); }
+    static std::uint32_t code_length(std::uint32_t step) { return step >> 20 & 15; }
+};
 
 struct code_tables {
-    std::uint16_t const* fast;
+    std::uint32_t const* fast;
     std::uint16_t const* direct;
 
     std::uint32_t entry(std::uint32_t next_15_bits) const
     {
         std::uint32_t const entry = fast[next_15_bits >> fast_group_bits];
-        return entry != see_direct_table ? entry : direct[next_15_bits];
+        if (entry != see_direct_table) return entry;
+        std::uint32_t const direct_entry = direct[next_15_bits];
+        return step::of(direct_entry & (symbol_count - 1), direct_entry >> entry_symbol_bits);
     }
 };
 
@@ -152,6 +170,29 @@ public:
         }
     }
 
+    // `refill` without its tests, for a reader at least 8 bytes before the end
+    // of the input and holding at least 1 bit: whole words are added until
+    // more than 48 bits are held. Bits below the held ones are always the
+    // stream's next bits or 0, so adding them again changes nothing.
+    void refill_ahead()
+    {
+        std::uint8_t const* at = m_block + m_next;
+        std::uint64_t const words = std::uint64_t{word(at)} << 48 | std::uint64_t{word(at + 2)} << 32 |
+                                    std::uint64_t{word(at + 4)} << 16 | word(at + 6);
+        // Shifted in two steps: 64 bits may be held.
+        m_bits |= words >> 1 >> (m_held - 1);
+        advance((64 - m_held) >> 4);
+    }
+    std::int64_t next() const { return m_next; }
+    std::uint64_t all() const { return m_bits; }
+    // The decoding step of the next symbol, whose bits it takes.
+    std::uint32_t take(code_tables tables)
+    {
+        std::uint32_t const entry = tables.entry(peek(max_code_bits));
+        skip(step::bits(entry));
+        return entry;
+    }
+
     // True while the exact place of the stream lies before the end of the
     // input. Held bits stay at 49 or more, as after `refill`.
     bool input_left()
@@ -199,22 +240,57 @@ private:
 };
 
 // The length of a match whose length code is 15: a byte, or 255 and a u16,
-// at the stream's place. False when the input ends or the u16 is below 15.
-bool read_long_length(block_bit_reader& bits, std::uint32_t& length)
+// at `place` in the block, which moves on behind them. 0 when the input ends
+// or the u16 is below 15. Place and length are plain values, so that the bit
+// reader never has its address taken and stays in registers.
+std::uint32_t read_long_length(byte_view block, std::int64_t& place)
 {
-    std::int64_t place = bits.settle();
-    if (place >= bits.end()) return false;
-    std::uint32_t const extra = bits.byte_at(place++);
+    std::uint8_t extra = 0;
+    if (!read_u8(block, static_cast<std::uint64_t>(place), extra)) return 0;
     if (extra != 255) {
-        length = extra + 15;
-    } else {
-        if (bits.end() - place < 2) return false;
-        length = bits.word_at(place);
-        place += 2;
-        if (length < 15) return false;
+        place += 1;
+        return extra + 15u;
     }
-    bits.resume_at(place);
-    return true;
+    std::uint16_t length = 0;
+    if (!read_u16(block, static_cast<std::uint64_t>(place) + 1, length) || length < 15) return 0;
+    place += 3;
+    return length;
+}
+
+// Copies a match whose last wide piece still ends inside the output: in
+// pieces of 16 bytes, or 8 for distances of 8 to 15, each taken from bytes
+// already final. Returns the end of what was written; the bytes behind the
+// match are written before their time.
+std::uint8_t* copy_match_wide(std::uint8_t* dst, std::uint32_t distance, std::uint32_t count)
+{
+    std::uint8_t const* src = dst - distance;
+    std::uint8_t* const end = dst + count;
+    // One piece that only reads bytes before the match needs no distance. A
+    // narrow load is less likely to wait on a store still in flight.
+    if (count <= 8 && count <= distance) {
+        std::uint8_t piece[8];
+        std::memcpy(piece, src, 8);
+        std::memcpy(dst, piece, 8);
+        return dst + 8;
+    }
+    if (distance >= 16 || count <= distance) {
+        do {
+            std::uint8_t piece[16];
+            std::memcpy(piece, src, 16);
+            std::memcpy(dst, piece, 16);
+            src += 16;
+            dst += 16;
+        } while (dst < end);
+    } else {
+        do {
+            std::uint8_t piece[8];
+            std::memcpy(piece, src, 8);
+            std::memcpy(dst, piece, 8);
+            src += 8;
+            dst += 8;
+        } while (dst < end);
+    }
+    return dst;
 }
 
 // Symbols until the block has made 65536 bytes, the input ends, or the output
@@ -234,43 +310,68 @@ bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std:
     // The block's 65536 bytes and the output's last byte, as output positions.
     std::uint64_t const block_end = std::uint64_t{out_pos} + block_output;
     std::uint64_t const stop = std::min<std::uint64_t>(block_end, out_size - 1u);
+
     bool ok = true;
+    // Far from both ends, a round takes a literal and then any symbol without
+    // testing for either end: a refill there leaves 49 bits, enough for two
+    // codes and the offset bits of a match. Near the ends, one symbol a round.
+    std::int64_t const input_ahead = bits.end() - 8;
     for (;;) {
-        bits.refill();
-        if (out_pos >= stop || !bits.input_left()) break;
-        std::uint32_t const entry = tables.entry(bits.peek(max_code_bits));
-        std::uint32_t const symbol = entry & (symbol_count - 1);
-        bits.skip(entry >> entry_symbol_bits);
-        if (symbol < 256) {
-            out[out_pos++] = static_cast<std::uint8_t>(symbol);
-            continue;
+        bool const far = out_pos + 1 < stop && bits.next() <= input_ahead;
+        if (far) {
+            bits.refill_ahead();
+        } else {
+            bits.refill();
+            if (out_pos >= stop || !bits.input_left()) break;
+        }
+        std::uint64_t before = bits.all();
+        std::uint32_t entry = bits.take(tables);
+        if (step::symbol(entry) < 256) {
+            out[out_pos++] = static_cast<std::uint8_t>(step::symbol(entry));
+            if (!far) continue;
+            before = bits.all();
+            entry = bits.take(tables);
+            if (step::symbol(entry) < 256) {
+                out[out_pos++] = static_cast<std::uint8_t>(step::symbol(entry));
+                continue;
+            }
         }
         // A match: length code in the low four bits, count of offset bits
         // above them. The length comes first, before any offset bits.
+        std::uint32_t const symbol = step::symbol(entry);
         std::uint32_t match_length = symbol & 15;
-        if (match_length == 15 && !read_long_length(bits, match_length)) {
-            ok = false;
-            break;
+        unsigned const offset_bits = (symbol - 256) >> 4;
+        std::uint32_t offset = 0;
+        if (match_length == 15) {
+            std::int64_t place = bits.settle();
+            match_length = read_long_length(block, place);
+            if (match_length == 0) {
+                ok = false;
+                break;
+            }
+            bits.resume_at(place);
+            offset = bits.peek(offset_bits);
+            bits.skip(offset_bits);
+        } else {
+            // Taken with the code already; shifted in two steps, as there may be none.
+            offset = static_cast<std::uint32_t>(before << step::code_length(entry) >> 1 >> (63 - offset_bits));
         }
         std::uint32_t const to_copy = (match_length + 3) & 0xFFFF;
-        unsigned const offset_bits = (symbol - 256) >> 4;
-        std::uint32_t const distance = (1u << offset_bits) + bits.peek(offset_bits);
-        bits.skip(offset_bits);
+        std::uint32_t const distance = (1u << offset_bits) + offset;
 
-        std::uint32_t const copied = std::min(to_copy, out_size - out_pos);
+        std::uint32_t const room = out_size - out_pos;
+        std::uint32_t const copied = std::min(to_copy, room);
         bool const ends_block = to_copy > block_end - out_pos;
         if (copied > 0) {
             if (distance > out_pos) {
                 ok = false;
                 break;
             }
-            if (distance >= 8 && copied <= 16 && out_size - out_pos >= 16) {
-                // Most matches: two 8-byte pieces, whatever the length. Bytes
-                // beyond the match are written before their time; they are
-                // written again in order, or zeroed when the block stops.
-                std::memcpy(out + out_pos, out + out_pos - distance, 8);
-                std::memcpy(out + out_pos + 8, out + out_pos + 8 - distance, 8);
-                written_ahead = std::max(written_ahead, out_pos + 16);
+            if (room - copied >= 16 && (distance >= 8 || copied <= distance)) {
+                // Bytes behind the match are written before their time; they
+                // are written again in order, or zeroed when the block stops.
+                auto const end = static_cast<std::uint32_t>(copy_match_wide(out + out_pos, distance, copied) - out);
+                written_ahead = std::max(written_ahead, end);
             } else {
                 copy_match(out, out_pos, distance, copied);
             }
@@ -541,21 +642,37 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
     // Entries beyond what this table fills keep the previous block's symbols.
     m_code_table.resize(static_cast<std::size_t>(std::max(m_table_size, 0)));
     std::size_t const limit = m_code_table.size();
+    canonical_order const order(m_code_lengths);
+    std::size_t wanted = 0;
+    for (std::uint16_t const symbol : order) wanted += std::size_t{1} << (max_code_bits - m_code_lengths[symbol]);
+    // A complete table needs the direct table only behind its short codes,
+    // where lookups are sent on. A deficient one keeps the old tail, so the
+    // whole old table is made direct first.
+    bool const complete = wanted >= limit;
+    if (!complete) {
+        for (std::size_t i = 0; i < m_direct_from; ++i) {
+            std::uint32_t const old = m_fast_table[i >> fast_group_bits];
+            m_code_table[i] = table_entry(step::symbol(old), step::code_length(old));
+        }
+    }
+    m_direct_from = complete ? limit : 0;
     m_fast_table.assign(std::size_t{1} << fast_bits, see_direct_table);
     // Canonical order: shorter codes first, then by symbol. Each symbol owns
     // every 15-bit index that begins with its code; an oversubscribed table is
     // cut off at the end, and the symbols behind the cut get nothing.
     std::size_t filled = 0;
-    for (std::uint16_t const symbol : canonical_order(m_code_lengths)) {
+    for (std::uint16_t const symbol : order) {
         if (filled >= limit) break;
         unsigned const bits = m_code_lengths[symbol];
         std::size_t const count = std::min(std::size_t{1} << (max_code_bits - bits), limit - filled);
-        std::uint16_t const entry = table_entry(symbol, bits);
-        std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count, entry);
         // Shorter codes all came first, so this one starts on a whole group.
         if (bits <= fast_bits)
             std::fill_n(m_fast_table.begin() + static_cast<std::ptrdiff_t>(filled >> fast_group_bits),
-                        count >> fast_group_bits, entry);
+                        count >> fast_group_bits, step::of(symbol, bits));
+        else
+            m_direct_from = std::min(m_direct_from, filled);
+        if (filled >= m_direct_from)
+            std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count, table_entry(symbol, bits));
         filled += count;
     }
     // An old symbol in the tail takes as many bits as this block's lengths give it.

@@ -45,7 +45,11 @@ private:
     std::vector<std::uint16_t> m_code_lengths;
     std::int32_t m_table_size = 32768;
     std::vector<std::uint16_t> m_code_table;
-    std::vector<std::uint16_t> m_fast_table; // the first 11 bits of m_code_table's index
+    // Decoding steps for the first 11 bits of m_code_table's index; a code of
+    // more bits is sent on to m_code_table, which only from m_direct_from on
+    // holds every entry.
+    std::vector<std::uint32_t> m_fast_table;
+    std::size_t m_direct_from = 0;
     std::vector<std::uint8_t> m_output;
     std::uint32_t m_output_pos = 0;
     bool m_table_ready = false;
