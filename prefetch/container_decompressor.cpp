@@ -220,7 +220,6 @@ public:
 
     std::uint32_t word_at(std::int64_t at) const { return at >= 0 && at + 2 <= m_end ? word(m_block + at) : 0; }
     std::int64_t end() const { return m_end; }
-    std::uint8_t byte_at(std::int64_t at) const { return m_block[at]; }
 
 private:
     static std::uint32_t word(std::uint8_t const* at) { return static_cast<std::uint32_t>(at[0] | at[1] << 8); }
@@ -666,11 +665,12 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
         unsigned const bits = m_code_lengths[symbol];
         std::size_t const count = std::min(std::size_t{1} << (max_code_bits - bits), limit - filled);
         // Shorter codes all came first, so this one starts on a whole group.
-        if (bits <= fast_bits)
+        if (bits <= fast_bits) {
             std::fill_n(m_fast_table.begin() + static_cast<std::ptrdiff_t>(filled >> fast_group_bits),
                         count >> fast_group_bits, step::of(symbol, bits));
-        else
+        } else {
             m_direct_from = std::min(m_direct_from, filled);
+        }
         if (filled >= m_direct_from)
             std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count, table_entry(symbol, bits));
         filled += count;
