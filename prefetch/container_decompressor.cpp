@@ -258,9 +258,8 @@ std::uint32_t read_long_length(byte_view block, std::int64_t& place)
 
 // Copies a match whose last wide piece still ends inside the output: in
 // pieces of 16 bytes, or 8 for distances of 8 to 15, each taken from bytes
-// already final. Returns the end of what was written; the bytes behind the
-// match are written before their time.
-std::uint8_t* copy_match_wide(std::uint8_t* dst, std::uint32_t distance, std::uint32_t count)
+// already final. Up to 15 bytes behind the match are written before their time.
+void copy_match_wide(std::uint8_t* dst, std::uint32_t distance, std::uint32_t count)
 {
     std::uint8_t const* src = dst - distance;
     std::uint8_t* const end = dst + count;
@@ -270,7 +269,7 @@ std::uint8_t* copy_match_wide(std::uint8_t* dst, std::uint32_t distance, std::ui
         std::uint8_t piece[8];
         std::memcpy(piece, src, 8);
         std::memcpy(dst, piece, 8);
-        return dst + 8;
+        return;
     }
     if (distance >= 16 || count <= distance) {
         do {
@@ -289,7 +288,6 @@ std::uint8_t* copy_match_wide(std::uint8_t* dst, std::uint32_t distance, std::ui
             dst += 8;
         } while (dst < end);
     }
-    return dst;
 }
 
 // Symbols until the block has made 65536 bytes, the input ends, or the output
@@ -305,10 +303,12 @@ bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std:
     // anything else.
     block_bit_reader bits(block.data, static_cast<std::int64_t>(block.size));
     std::uint32_t out_pos = position;
-    std::uint32_t written_ahead = 0;
     // The block's 65536 bytes and the output's last byte, as output positions.
     std::uint64_t const block_end = std::uint64_t{out_pos} + block_output;
     std::uint64_t const stop = std::min<std::uint64_t>(block_end, out_size - 1u);
+    // A match that ends by here is copied in wide pieces: it stays in the
+    // block, and the output has room for the pieces' overshoot.
+    std::uint64_t const wide_end = out_size >= 16 ? std::min<std::uint64_t>(block_end, out_size - 16u) : 0;
 
     bool ok = true;
     // Far from both ends, a round takes a literal and then any symbol without
@@ -358,6 +358,13 @@ bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std:
         std::uint32_t const to_copy = (match_length + 3) & 0xFFFF;
         std::uint32_t const distance = (1u << offset_bits) + offset;
 
+        if (out_pos + to_copy <= wide_end && distance <= out_pos && (distance >= 8 || to_copy <= distance)) {
+            // Bytes behind the match are written before their time; they
+            // are written again in order, or zeroed when the block stops.
+            copy_match_wide(out + out_pos, distance, to_copy);
+            out_pos += to_copy;
+            continue;
+        }
         std::uint32_t const room = out_size - out_pos;
         std::uint32_t const copied = std::min(to_copy, room);
         bool const ends_block = to_copy > block_end - out_pos;
@@ -366,22 +373,17 @@ bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std:
                 ok = false;
                 break;
             }
-            if (room - copied >= 16 && (distance >= 8 || copied <= distance)) {
-                // Bytes behind the match are written before their time; they
-                // are written again in order, or zeroed when the block stops.
-                auto const end = static_cast<std::uint32_t>(copy_match_wide(out + out_pos, distance, copied) - out);
-                written_ahead = std::max(written_ahead, end);
-            } else {
-                copy_match(out, out_pos, distance, copied);
-            }
+            copy_match(out, out_pos, distance, copied);
             out_pos += copied;
         }
         // A match that runs past the block's 65536 bytes is copied whole and
         // ends the block there.
         if (ends_block) break;
     }
-    // Nothing not produced may stay behind: those bytes read as zero.
-    if (written_ahead > out_pos) std::memset(out + out_pos, 0, written_ahead - out_pos);
+    // Nothing not produced may stay behind: those bytes read as zero. Wide
+    // pieces overshoot the end of a match by less than 16 bytes, and every
+    // later symbol writes on from that end.
+    std::memset(out + out_pos, 0, std::min<std::uint32_t>(16, out_size - out_pos));
     position = out_pos;
     if (ok) consumed = static_cast<std::size_t>(bits.settle());
     return ok;
