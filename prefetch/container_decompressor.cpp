@@ -101,23 +101,35 @@ struct code_tables {
 };
 
 // The symbols that have a code, shorter codes first and by symbol within a
-// length: a counting sort of the 512 lengths.
+// length: a counting sort of the 512 lengths. `covered` is how many 15-bit
+// indexes the codes own together.
 struct canonical_order {
-    std::array<std::uint16_t, symbol_count> symbols{};
+    std::array<std::uint16_t, symbol_count> symbols;
     std::size_t count = 0;
+    std::size_t covered = 0;
 
     explicit canonical_order(std::vector<std::uint16_t> const& lengths)
     {
-        std::array<std::uint32_t, max_code_bits + 1> per_length{};
-        for (std::uint16_t length : lengths) ++per_length[length & max_code_bits];
+        std::size_t const total = std::min<std::size_t>(lengths.size(), symbol_count);
+        // Four counters a length, so that a run of equal lengths doesn't wait
+        // on one counter's last increment.
+        std::array<std::array<std::uint32_t, max_code_bits + 1>, 4> per_length{};
+        std::size_t symbol = 0;
+        for (; symbol + 4 <= total; symbol += 4)
+            for (std::size_t lane = 0; lane < 4; ++lane) ++per_length[lane][lengths[symbol + lane] & max_code_bits];
+        for (; symbol < total; ++symbol) ++per_length[0][lengths[symbol] & max_code_bits];
         std::array<std::uint32_t, max_code_bits + 1> next{};
         for (unsigned length = 1; length <= max_code_bits; ++length) {
+            std::uint32_t const n = per_length[0][length] + per_length[1][length] + per_length[2][length] +
+                                    per_length[3][length];
             next[length] = static_cast<std::uint32_t>(count);
-            count += per_length[length];
+            count += n;
+            covered += std::size_t{n} << (max_code_bits - length);
         }
-        for (std::uint32_t symbol = 0; symbol < lengths.size() && symbol < symbol_count; ++symbol)
-            if (std::uint16_t const length = lengths[symbol] & max_code_bits; length != 0)
-                symbols[next[length]++] = static_cast<std::uint16_t>(symbol);
+        // Symbols without a code go behind the others, so that placing one needs no branch.
+        next[0] = static_cast<std::uint32_t>(count);
+        for (symbol = 0; symbol < total; ++symbol)
+            symbols[next[lengths[symbol] & max_code_bits]++] = static_cast<std::uint16_t>(symbol);
     }
     std::uint16_t const* begin() const { return symbols.data(); }
     std::uint16_t const* end() const { return symbols.data() + count; }
@@ -635,7 +647,7 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
 {
     if (block == nullptr || length < code_length_bytes) return m_table_ready;
     // Two 4-bit code lengths a byte, the low half first.
-    m_code_lengths.assign(symbol_count, 0);
+    m_code_lengths.resize(symbol_count);
     for (std::size_t i = 0; i < code_length_bytes; ++i) {
         m_code_lengths[2 * i] = block[i] & 0x0F;
         m_code_lengths[2 * i + 1] = block[i] >> 4;
@@ -644,12 +656,10 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
     m_code_table.resize(static_cast<std::size_t>(std::max(m_table_size, 0)));
     std::size_t const limit = m_code_table.size();
     canonical_order const order(m_code_lengths);
-    std::size_t wanted = 0;
-    for (std::uint16_t const symbol : order) wanted += std::size_t{1} << (max_code_bits - m_code_lengths[symbol]);
     // A complete table needs the direct table only behind its short codes,
     // where lookups are sent on. A deficient one keeps the old tail, so the
     // whole old table is made direct first.
-    bool const complete = wanted >= limit;
+    bool const complete = order.covered >= limit;
     if (!complete) {
         for (std::size_t i = 0; i < m_direct_from; ++i) {
             std::uint32_t const old = m_fast_table[i >> fast_group_bits];
