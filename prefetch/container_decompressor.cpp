@@ -318,9 +318,9 @@ bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std:
     // The block's 65536 bytes and the output's last byte, as output positions.
     std::uint64_t const block_end = std::uint64_t{out_pos} + block_output;
     std::uint64_t const stop = std::min<std::uint64_t>(block_end, out_size - 1u);
-    // A match that ends by here is copied in wide pieces: it stays in the
-    // block, and the output has room for the pieces' overshoot.
-    std::uint64_t const wide_end = out_size >= 16 ? std::min<std::uint64_t>(block_end, out_size - 16u) : 0;
+    // A match that ends by here is copied in wide pieces: the output has
+    // room for the pieces' overshoot.
+    std::uint32_t const wide_end = out_size >= 16 ? out_size - 16u : 0;
 
     bool ok = true;
     // Far from both ends, a round takes a literal and then any symbol without
@@ -379,7 +379,6 @@ bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std:
         }
         std::uint32_t const room = out_size - out_pos;
         std::uint32_t const copied = std::min(to_copy, room);
-        bool const ends_block = to_copy > block_end - out_pos;
         if (copied > 0) {
             if (distance > out_pos) {
                 ok = false;
@@ -388,9 +387,8 @@ bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std:
             copy_match(out, out_pos, distance, copied);
             out_pos += copied;
         }
-        // A match that runs past the block's 65536 bytes is copied whole and
-        // ends the block there.
-        if (ends_block) break;
+        // A match that runs past the block's 65536 bytes is copied whole; the
+        // next round stops there, as the position has passed `stop`.
     }
     // Nothing not produced may stay behind: those bytes read as zero. Wide
     // pieces overshoot the end of a match by less than 16 bytes, and every
