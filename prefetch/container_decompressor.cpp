@@ -120,8 +120,8 @@ struct canonical_order {
         for (; symbol < total; ++symbol) ++per_length[0][lengths[symbol] & max_code_bits];
         std::array<std::uint32_t, max_code_bits + 1> next{};
         for (unsigned length = 1; length <= max_code_bits; ++length) {
-            std::uint32_t const n = per_length[0][length] + per_length[1][length] + per_length[2][length] +
-                                    per_length[3][length];
+            std::uint32_t const n =
+                per_length[0][length] + per_length[1][length] + per_length[2][length] + per_length[3][length];
             next[length] = static_cast<std::uint32_t>(count);
             count += n;
             covered += std::size_t{n} << (max_code_bits - length);
