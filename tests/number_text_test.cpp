@@ -25,7 +25,8 @@ TEST(number_text, parses_every_notation_within_its_limits)
     check_numbers<std::uint64_t>(parse_u64_text, {
         {"18446744073709551615", true, UINT64_MAX}, {"18446744073709551616", false, 0}, {"0x1ffffffffffffffff", false, 0},
         {"XFF", true, 255}, {"o777", true, 511}, {" \t42", true, 42}, {"42 ", false, 0}, {"4 2", false, 0},
-        {"+5", false, 0}, {"  ", false, 0}, {"00000000000000000001", true, 1}, {"000000000000000000001", false, 0}});
+        {"+5", false, 0}, {"  ", false, 0}, {"00000000000000000001", true, 1}, {"000000000000000000001", false, 0},
+        {"o0000000000000000000001", true, 1}, {"o00000000000000000000001", false, 0}});
 }
 
 } // namespace
