@@ -10,7 +10,6 @@
 #include "prefetch/byte_reader.h"
 #include "prefetch/prefetch_header.h"
 #include "support/decoded_file.h"
-#include "support/container_encoder.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
 
@@ -57,53 +56,6 @@ TEST(PrefetchDecode, AcceptanceLooksAtSizeAndSignatureOnly)
         EXPECT_EQ(is_prefetch_buffer(bytes.data(), r.size), r.accepted) << r.size << r.signature;
     }
     EXPECT_FALSE(is_prefetch_buffer(nullptr, 4096));
-}
-
-// One row per layout: what the version word and the metrics offset choose.
-TEST(PrefetchDecode, LayoutFollowsVersionAndMetricsOffset)
-{
-    std::uint64_t const newest = 131000000000000000ULL;
-    struct row {
-        std::uint32_t version, metrics_offset;
-        bool packed;
-        char const* label;
-        std::uint32_t run_count;
-        std::size_t prev_runs, volumes;
-    } const rows[] = {
-        {17, 152, false, "WinXP Prefetch", 7, 0, 2},
-        {23, 240, false, "Vista/Win7 Prefetch", 7, 0, 2},
-        {26, 304, false, "Win8 Prefetch", 7, 2, 2},
-        {30, 296, false, "Win10 Prefetch", 7, 2, 2},
-        {31, 304, false, "Win11 Prefetch", 7, 2, 2},
-        {31, 296, false, "Win11 Prefetch", 7, 2, 2},
-        {31, 296, true, "Win11 Prefetch", 7, 2, 2},
-        // No run count is trusted at an offset of neither sublayout, but the previous runs are kept.
-        {31, 300, false, "Win11 Prefetch", 0, 2, 2},
-        {31, 300, true, "Win11 Prefetch", 0, 2, 2},
-        // An unknown version is decoded with 40-byte volume records, as the builder writes them.
-        {32, 304, false, "Prefetch", 0, 0, 2},
-    };
-    for (auto const& r : rows) {
-        SCOPED_TRACE(std::to_string(r.version) + "/" + std::to_string(r.metrics_offset) + (r.packed ? " packed" : ""));
-        pf_fields fields = typical_prefetch(r.version);
-        fields.metrics_offset = r.metrics_offset;
-        std::vector<std::uint8_t> bytes = build_prefetch(fields).bytes;
-        if (r.packed) bytes = encode_mam(bytes);
-        decoded_file file;
-        ASSERT_TRUE(file.decode(bytes.data(), bytes.size()));
-        auto const& e = file.entry;
-        EXPECT_EQ(file.label, r.label);
-        EXPECT_EQ(e.run_count, r.run_count);
-        EXPECT_EQ(e.last_run, r.run_count == 0 ? 0 : newest);
-        EXPECT_EQ(e.entry_times.count(newest), r.run_count == 0 ? 0u : 1u);
-        EXPECT_EQ(e.prev_run_times.size(), r.prev_runs);
-        EXPECT_EQ(e.volume_paths.size(), r.volumes);
-        if (r.volumes == 2) {
-            EXPECT_EQ(e.volume_paths, (strings{"\\DEVICE\\HARDDISKVOLUME2", "\\DEVICE\\HARDDISKVOLUME3"}));
-            EXPECT_EQ(e.volume_serials, (std::vector<std::uint32_t>{0x12345678, 0x9abcdef0}));
-            EXPECT_EQ(values_of(e.volume_dirs[1]), (strings{"\\DEVICE\\HARDDISKVOLUME3\\USERS", "\\DEVICE\\HARDDISKVOLUME3\\USERS\\EXAMINER"}));
-        }
-    }
 }
 
 TEST(PrefetchDecode, DamageDegradesRatherThanRejects)

@@ -61,9 +61,9 @@ TEST(trim, wide_peels_spaces_then_tabs_then_line_ends) {
     EXPECT_EQ(narrow + blank, "a b");
 }
 
-TEST(small_helpers, fold_ascii_only_and_edge_cases) {
+TEST(small_helpers, fold_ascii_only_edge_cases_and_guids) {
     std::string narrow = "AB\xC4", text = "aAbA", line = "x\r\n\r";
-    std::wstring wide = {L'A', 0xC4, L'z'}, path = L"a/\\/";
+    std::wstring wide = {L'A', 0xC4, L'Z'}, path = L"a/\\/";
     substitute_char(text, 'a', 'x', false);
     substitute_char(text, 'a', 'y', true);
     EXPECT_EQ(text + to_lower_narrow(narrow), "xybyab\xC4");
@@ -71,6 +71,8 @@ TEST(small_helpers, fold_ascii_only_and_edge_cases) {
     EXPECT_EQ(chomp_line_end(line), 3u);
     strip_trailing_slashes(path);
     EXPECT_EQ(line + wide_to_utf8(path), "xa");
+    std::uint8_t const guid[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+    EXPECT_EQ(guid_text(guid), "03020100-0504-0706-0809-0a0b0c0d0e0f");
 }
 
 } // namespace

@@ -25,6 +25,7 @@ TEST(vlm_time_text, both_formatters) {
         // No day, or a year in the middle: the text falls back on mm/dd/yyyy, the layout drops the fraction.
         {july_4, "yyyy-mm-", "hh:mm:ss.xxx", "07/04/2016|12:34:56.789", "|12:34:56"},
         {july_4, "mm/yyyy/dd", "hh:mm:ss.xxx", "07/04/2016|12:34:56.789", "|12:34:56"},
+        {july_4, "mm-dd", "hh:mm:ss.xxx", "07/04/2016|12:34:56.789", "|12:34:56"}, // no year
         {july_4, "yyyy-mm-dd", "hh:mm:ss.xxxxxxxxx", "2016-07-04|12:34:56.789012300", "2016-07-04|12:34:56.789012300"},
         {july_4, "yyyy-mm-dd", "hh:mm:xxxxxxxxxx", "2016-07-04|12:34", "2016-07-04|12:34:56.789012300"}, // ten x
         {july_4, "yyyy-mm-dd", "mi:ss.xxx", "2016-07-04|:56.789", "2016-07-04|12:34:56.789"}, // no "hh:mm"
