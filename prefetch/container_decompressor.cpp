@@ -268,37 +268,32 @@ std::uint32_t read_long_length(byte_view block, std::int64_t& place)
     return length;
 }
 
+// Copies `width` bytes at a time from `src` to `dst` until `dst` reaches `end`,
+// each piece taken whole before it is stored.
+template <std::size_t width>
+void copy_in_pieces(std::uint8_t const* src, std::uint8_t* dst, std::uint8_t const* end)
+{
+    do {
+        std::uint8_t piece[width];
+        std::memcpy(piece, src, width);
+        std::memcpy(dst, piece, width);
+        src += width;
+        dst += width;
+    } while (dst < end);
+}
+
 // Copies a match whose last wide piece still ends inside the output: in
 // pieces of 16 bytes, or 8 for distances of 8 to 15, each taken from bytes
 // already final. Up to 15 bytes behind the match are written before their time.
+// A match of at most 8 bytes that only reads bytes before it is one narrow
+// piece: a narrow load is less likely to wait on a store still in flight.
 void copy_match_wide(std::uint8_t* dst, std::uint32_t distance, std::uint32_t count)
 {
-    std::uint8_t const* src = dst - distance;
-    std::uint8_t* const end = dst + count;
-    // One piece that only reads bytes before the match needs no distance. A
-    // narrow load is less likely to wait on a store still in flight.
-    if (count <= 8 && count <= distance) {
-        std::uint8_t piece[8];
-        std::memcpy(piece, src, 8);
-        std::memcpy(dst, piece, 8);
-        return;
-    }
-    if (distance >= 16 || count <= distance) {
-        do {
-            std::uint8_t piece[16];
-            std::memcpy(piece, src, 16);
-            std::memcpy(dst, piece, 16);
-            src += 16;
-            dst += 16;
-        } while (dst < end);
+    bool const narrow = count <= distance ? count <= 8 : distance < 16;
+    if (narrow) {
+        copy_in_pieces<8>(dst - distance, dst, dst + count);
     } else {
-        do {
-            std::uint8_t piece[8];
-            std::memcpy(piece, src, 8);
-            std::memcpy(dst, piece, 8);
-            src += 8;
-            dst += 8;
-        } while (dst < end);
+        copy_in_pieces<16>(dst - distance, dst, dst + count);
     }
 }
 
