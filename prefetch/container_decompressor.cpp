@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -69,32 +70,62 @@ std::uint16_t table_entry(std::uint32_t symbol, std::uint32_t code_length)
 // 16 entries under 11-bit indexes, and there the small table holds its entry.
 constexpr unsigned fast_bits = 11;
 constexpr unsigned fast_group_bits = max_code_bits - fast_bits;
+// Not a step: a match takes at least one bit.
 constexpr std::uint32_t see_direct_table = 0x80000000u;
 
-// A decoding step: in the low 6 bits the bits to take from the stream (the
-// code, and the offset bits of a match whose length is in its symbol, so that
-// one shift gets to the next symbol), the symbol from bit 8, the code's length
-// from bit 20.
+// A decoding step, laid out so that each use is one shift: in the low 6 bits
+// the bits to take from the stream (the code, and the offset bits of a match
+// whose length is in its symbol, so that one shift gets to the next symbol),
+// and the top bit set for a match. A literal has its byte from bit 8. A match
+// has its code's length from bit 8, 63 less its offset bits from bit 16, and
+// its length from bit 24, or 0 where the length follows in the input.
 struct step {
+    static constexpr std::uint32_t match_flag = 0x80000000u;
     static constexpr std::uint32_t of(std::uint32_t symbol, std::uint32_t code_length)
     {
-        bool const offset_follows = symbol >= 256 && (symbol & 15) != 15;
-        std::uint32_t const offset_bits = offset_follows ? (symbol - 256) >> 4 : 0;
-        return (code_length + offset_bits) | symbol << 8 | code_length << 20;
+        if (symbol < 256) return code_length | symbol << 8;
+        std::uint32_t const length_code = symbol & 15;
+        std::uint32_t const offset_bits = (symbol - 256) >> 4;
+        bool const length_follows = length_code == 15;
+        return (length_follows ? code_length : code_length + offset_bits) | match_flag | code_length << 8 |
+               (63 - offset_bits) << 16 | (length_follows ? 0 : length_code + 3) << 24;
     }
     static std::uint32_t bits(std::uint32_t step) { return step & 63; }
-    static std::uint32_t symbol(std::uint32_t step) { return step >> 8 & (symbol_count - 1); }
-    static std::uint32_t code_length(std::uint32_t step) { return step >> 20 & 15; }
+    static bool is_match(std::uint32_t step) { return (step & match_flag) != 0; }
+    static std::uint8_t literal(std::uint32_t step) { return static_cast<std::uint8_t>(step >> 8); }
+    static std::uint32_t match_length(std::uint32_t step) { return step >> 24 & 31; }
+    static std::uint32_t offset_bits(std::uint32_t step) { return 63 - (step >> 16 & 63); }
+    static std::uint32_t code_length(std::uint32_t step) { return is_match(step) ? step >> 8 & 15 : bits(step); }
+    static std::uint32_t symbol(std::uint32_t step)
+    {
+        if (!is_match(step)) return literal(step);
+        std::uint32_t const length = match_length(step);
+        return 256 + (offset_bits(step) << 4) + (length == 0 ? 15 : length - 3);
+    }
+    // The distance of a match whose offset bits were taken with its code,
+    // from the bits as they stood before it: a 1 put above the offset bits.
+    static std::uint32_t distance(std::uint32_t step, std::uint64_t before)
+    {
+        std::uint64_t const offset_on_top = before << (step >> 8 & 63);
+        return static_cast<std::uint32_t>((offset_on_top >> 1 | std::uint64_t{1} << 63) >> (step >> 16 & 63));
+    }
 };
 
 struct code_tables {
     std::uint32_t const* fast;
     std::uint16_t const* direct;
 
-    std::uint32_t entry(std::uint32_t next_15_bits) const
+    // The step of the code on top of `bits`.
+    std::uint32_t entry(std::uint64_t bits) const
     {
-        std::uint32_t const entry = fast[next_15_bits >> fast_group_bits];
-        if (entry != see_direct_table) return entry;
+        std::uint32_t const entry = fast[bits >> (64 - fast_bits)];
+        if (entry != see_direct_table) [[likely]]
+            return entry;
+        return direct_step(static_cast<std::uint32_t>(bits >> (64 - max_code_bits)));
+    }
+    // Out of line, so that the common case doesn't make its index.
+    [[gnu::noinline]] std::uint32_t direct_step(std::uint32_t next_15_bits) const
+    {
         std::uint32_t const direct_entry = direct[next_15_bits];
         return step::of(direct_entry & (symbol_count - 1), direct_entry >> entry_symbol_bits);
     }
@@ -110,26 +141,36 @@ struct canonical_order {
 
     explicit canonical_order(std::vector<std::uint16_t> const& lengths)
     {
-        std::size_t const total = std::min<std::size_t>(lengths.size(), symbol_count);
-        // Four counters a length, so that a run of equal lengths doesn't wait
-        // on one counter's last increment.
-        std::array<std::array<std::uint32_t, max_code_bits + 1>, 4> per_length{};
-        std::size_t symbol = 0;
-        for (; symbol + 4 <= total; symbol += 4)
-            for (std::size_t lane = 0; lane < 4; ++lane) ++per_length[lane][lengths[symbol + lane] & max_code_bits];
-        for (; symbol < total; ++symbol) ++per_length[0][lengths[symbol] & max_code_bits];
-        std::array<std::uint32_t, max_code_bits + 1> next{};
-        for (unsigned length = 1; length <= max_code_bits; ++length) {
-            std::uint32_t const n =
-                per_length[0][length] + per_length[1][length] + per_length[2][length] + per_length[3][length];
-            next[length] = static_cast<std::uint32_t>(count);
-            count += n;
-            covered += std::size_t{n} << (max_code_bits - length);
-        }
+        // The symbols are counted and placed in four quarters side by side,
+        // so that a run of equal lengths doesn't wait on one counter's last
+        // increment. A quarter's symbols of a length go behind the earlier
+        // quarters' ones.
+        constexpr std::size_t quarter = symbol_count / 4;
+        std::uint16_t padded[symbol_count] = {};
+        std::copy_n(lengths.begin(), std::min<std::size_t>(lengths.size(), symbol_count), padded);
+        std::array<std::array<std::uint32_t, max_code_bits + 1>, 4> next{};
+        for (std::size_t i = 0; i < quarter; ++i)
+            for (std::size_t q = 0; q < 4; ++q) ++next[q][padded[q * quarter + i] & max_code_bits];
         // Symbols without a code go behind the others, so that placing one needs no branch.
-        next[0] = static_cast<std::uint32_t>(count);
-        for (symbol = 0; symbol < total; ++symbol)
-            symbols[next[lengths[symbol] & max_code_bits]++] = static_cast<std::uint16_t>(symbol);
+        std::uint32_t place = 0;
+        for (unsigned length = 1; length <= max_code_bits + 1; ++length) {
+            unsigned const l = length & max_code_bits;
+            if (length <= max_code_bits) {
+                std::size_t const n = next[0][l] + next[1][l] + next[2][l] + next[3][l];
+                covered += n << (max_code_bits - l);
+                count += n;
+            }
+            for (std::size_t q = 0; q < 4; ++q) {
+                std::uint32_t const n = next[q][l];
+                next[q][l] = place;
+                place += n;
+            }
+        }
+        for (std::size_t i = 0; i < quarter; ++i)
+            for (std::size_t q = 0; q < 4; ++q) {
+                auto const symbol = static_cast<std::uint16_t>(q * quarter + i);
+                symbols[next[q][padded[symbol] & max_code_bits]++] = symbol;
+            }
     }
     std::uint16_t const* begin() const { return symbols.data(); }
     std::uint16_t const* end() const { return symbols.data() + count; }
@@ -167,9 +208,7 @@ public:
     {
         if (m_held > 48) return;
         if (m_next + 8 <= m_end) {
-            std::uint8_t const* at = m_block + m_next;
-            std::uint64_t const words = std::uint64_t{word(at)} << 48 | std::uint64_t{word(at + 2)} << 32 |
-                                        std::uint64_t{word(at + 4)} << 16 | word(at + 6);
+            std::uint64_t const words = four_words(m_block + m_next);
             // Bits of a word only partly taken are taken again next time.
             m_bits |= words >> m_held;
             int const taken = (64 - m_held) / 16;
@@ -183,24 +222,21 @@ public:
     }
 
     // `refill` without its tests, for a reader at least 8 bytes before the end
-    // of the input and holding at least 1 bit: whole words are added until
-    // more than 48 bits are held. Bits below the held ones are always the
-    // stream's next bits or 0, so adding them again changes nothing.
+    // of the input and holding fewer than 64 bits: adds the whole words that
+    // fit, so that 48 to 63 bits are held. Bits below the held ones are always
+    // the stream's next bits or 0, so adding them again changes nothing.
     void refill_ahead()
     {
-        std::uint8_t const* at = m_block + m_next;
-        std::uint64_t const words = std::uint64_t{word(at)} << 48 | std::uint64_t{word(at + 2)} << 32 |
-                                    std::uint64_t{word(at + 4)} << 16 | word(at + 6);
-        // Shifted in two steps: 64 bits may be held.
-        m_bits |= words >> 1 >> (m_held - 1);
-        advance((64 - m_held) >> 4);
+        m_bits |= four_words(m_block + m_next) >> m_held;
+        m_next += 2 * ((63 - m_held) >> 4);
+        m_held |= 48;
     }
     std::int64_t next() const { return m_next; }
     std::uint64_t all() const { return m_bits; }
     // The decoding step of the next symbol, whose bits it takes.
     std::uint32_t take(code_tables tables)
     {
-        std::uint32_t const entry = tables.entry(peek(max_code_bits));
+        std::uint32_t const entry = tables.entry(m_bits);
         skip(step::bits(entry));
         return entry;
     }
@@ -218,28 +254,42 @@ public:
     // Puts back the words read ahead and returns the exact place in the input.
     std::int64_t settle()
     {
-        std::uint64_t const used = m_loaded - static_cast<std::uint64_t>(m_held);
+        std::uint64_t const used = static_cast<std::uint64_t>(8 * (m_next - 256 - m_skipped) - m_held);
         int const spare = used == 0 ? 16 : static_cast<int>((0 - used) & 15);
         int const ahead = (m_held - 16 - spare) / 16;
         m_next -= 2 * ahead;
-        m_loaded -= 16 * static_cast<std::uint64_t>(ahead);
         m_held = 16 + spare;
         m_bits &= ~std::uint64_t{0} << (64 - m_held);
         return m_next;
     }
     // After bytes were read at the settled place: the words go on behind them.
-    void resume_at(std::int64_t place) { m_next = place; }
+    void resume_at(std::int64_t place)
+    {
+        m_skipped += place - m_next;
+        m_next = place;
+    }
 
     std::uint32_t word_at(std::int64_t at) const { return at >= 0 && at + 2 <= m_end ? word(m_block + at) : 0; }
-    std::int64_t end() const { return m_end; }
 
 private:
     static std::uint32_t word(std::uint8_t const* at) { return static_cast<std::uint32_t>(at[0] | at[1] << 8); }
+    // Four words in one load, the first on top.
+    static std::uint64_t four_words(std::uint8_t const* at)
+    {
+        if constexpr (std::endian::native == std::endian::little) {
+            std::uint64_t raw = 0;
+            std::memcpy(&raw, at, sizeof raw);
+            // The words in reverse order: the halves swapped, then the words in each half.
+            raw = raw << 32 | raw >> 32;
+            return (raw & 0x0000FFFF0000FFFFu) << 16 | (raw >> 16 & 0x0000FFFF0000FFFFu);
+        }
+        return std::uint64_t{word(at)} << 48 | std::uint64_t{word(at + 2)} << 32 | std::uint64_t{word(at + 4)} << 16 |
+               word(at + 6);
+    }
     void advance(int words)
     {
         m_held += 16 * words;
         m_next += 2 * words;
-        m_loaded += 16 * static_cast<std::uint64_t>(words);
     }
 
     std::uint8_t const* m_block;
@@ -247,7 +297,7 @@ private:
     std::uint64_t m_bits = 0;
     int m_held = 32;
     std::int64_t m_next = 260;
-    std::uint64_t m_loaded = 32; // bits of words taken in, for `settle`
+    std::int64_t m_skipped = 0; // bytes of length escapes between the words, for `settle`
 };
 
 // The length of a match whose length code is 15: a byte, or 255 and a u16,
@@ -289,12 +339,126 @@ void copy_in_pieces(std::uint8_t const* src, std::uint8_t* dst, std::uint8_t con
 // piece: a narrow load is less likely to wait on a store still in flight.
 void copy_match_wide(std::uint8_t* dst, std::uint32_t distance, std::uint32_t count)
 {
+    if (count > 32 && count <= distance) {
+        // A long match from further back than its length: the library's copy
+        // moves it in the widest pieces the processor has.
+        std::memcpy(dst, dst - distance, count);
+        return;
+    }
     bool const narrow = count <= distance ? count <= 8 : distance < 16;
     if (narrow) {
         copy_in_pieces<8>(dst - distance, dst, dst + count);
     } else {
         copy_in_pieces<16>(dst - distance, dst, dst + count);
     }
+}
+
+// Where a match ends, and false when it reaches back before the output's start.
+struct match_copied {
+    std::uint32_t position;
+    bool ok;
+};
+
+// Copies a match of `count` bytes from `distance` back at `position`, where it
+// may end anywhere in the output: in wide pieces where there is room for their
+// overshoot, or else cut at the output's end.
+match_copied copy_match_checked(std::uint8_t* out, std::uint32_t out_size, std::uint32_t position,
+                                std::uint32_t distance, std::uint32_t count)
+{
+    std::uint32_t const wide_end = out_size >= 16 ? out_size - 16u : 0;
+    if (position + count <= wide_end && distance <= position && (distance >= 8 || count <= distance)) {
+        // Bytes behind the match are written before their time; they are
+        // written again in order, or zeroed when the block stops.
+        copy_match_wide(out + position, distance, count);
+        return {position + count, true};
+    }
+    std::uint32_t const copied = std::min(count, out_size - position);
+    if (copied == 0) return {position, true};
+    if (distance > position) return {position, false};
+    copy_match(out, position, distance, copied);
+    return {position + copied, true};
+}
+
+// A match whose length code is 15: its length follows in the input, between
+// the words, and its offset bits after that. Fails when the input ends first.
+// Inlined, so that the bit reader keeps its place in registers.
+[[gnu::always_inline]] inline match_copied copy_long_match(byte_view block, block_bit_reader& bits, std::uint32_t entry,
+                                                           std::uint8_t* out, std::uint32_t out_size,
+                                                           std::uint32_t position)
+{
+    std::int64_t place = bits.settle();
+    std::uint32_t const length = read_long_length(block, place);
+    if (length == 0) return {position, false};
+    bits.resume_at(place);
+    unsigned const offset_bits = step::offset_bits(entry);
+    std::uint32_t const distance = (1u << offset_bits) + bits.peek(offset_bits);
+    bits.skip(offset_bits);
+    return copy_match_checked(out, out_size, position, distance, (length + 3) & 0xFFFF);
+}
+
+// The symbols of a block far from both ends of input and output, two a round
+// when the first is a literal, without testing for either end: a refill
+// leaves at least 48 bits, enough for a literal's code and a match's code
+// with its offset bits. Returns false when a match reaches back before the
+// output's start.
+bool decode_far(byte_view block, code_tables tables, block_bit_reader& reader, std::uint8_t* out,
+                std::uint32_t out_size, std::uint32_t& position, std::uint64_t stop)
+{
+    // A round makes at most a literal and a match of 17 bytes, and a refill
+    // moves on by at most 3 words. It writes at most a literal and one 8-byte
+    // piece itself; longer matches are copied with their own bound tests.
+    constexpr std::uint32_t round_output = 1 + 17;
+    constexpr std::uint32_t round_room = 1 + 8;
+    constexpr std::int64_t round_input = 6;
+    if (out_size < round_room || block.size < 8) return true;
+    std::uint64_t const fast_stop = std::min<std::uint64_t>(stop - 1, out_size - round_room);
+    std::int64_t const input_ahead = static_cast<std::int64_t>(block.size) - 8;
+    // Local copies, so that they stay in registers.
+    block_bit_reader bits = reader;
+    std::uint32_t out_pos = position;
+    bool ok = true;
+    // Rounds that surely stay far from both ends; a long match may go further
+    // and ends the count.
+    for (;;) {
+        std::uint64_t rounds = 0;
+        if (out_pos < fast_stop && bits.next() <= input_ahead)
+            rounds = std::min<std::uint64_t>((fast_stop - out_pos - 1) / round_output + 1,
+                                             static_cast<std::uint64_t>(input_ahead - bits.next()) / round_input + 1);
+        if (rounds == 0) break;
+        do {
+            bits.refill_ahead();
+            std::uint64_t before = bits.all();
+            std::uint32_t entry = bits.take(tables);
+            if (!step::is_match(entry)) {
+                out[out_pos++] = step::literal(entry);
+                before = bits.all();
+                entry = bits.take(tables);
+                if (!step::is_match(entry)) {
+                    out[out_pos++] = step::literal(entry);
+                    continue;
+                }
+            }
+            std::uint32_t const count = step::match_length(entry);
+            std::uint32_t const distance = step::distance(entry, before);
+            if (count - 1 < 8 && count <= distance && distance <= out_pos) {
+                // Most matches: one narrow piece, taken from bytes before it.
+                std::uint8_t piece[8];
+                std::memcpy(piece, out + out_pos - distance, sizeof piece);
+                std::memcpy(out + out_pos, piece, sizeof piece);
+                out_pos += count;
+                continue;
+            }
+            match_copied const copied = count == 0 ? copy_long_match(block, bits, entry, out, out_size, out_pos)
+                                                   : copy_match_checked(out, out_size, out_pos, distance, count);
+            out_pos = copied.position;
+            ok = copied.ok;
+            if (!ok || count == 0) break;
+        } while (--rounds != 0);
+        if (!ok) break;
+    }
+    reader = bits;
+    position = out_pos;
+    return ok;
 }
 
 // Symbols until the block has made 65536 bytes, the input ends, or the output
@@ -305,83 +469,28 @@ void copy_match_wide(std::uint8_t* dst, std::uint32_t distance, std::uint32_t co
 bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std::uint32_t out_size,
                     std::uint32_t& position, std::size_t& consumed)
 {
-    // Reader and position are local, so that they can stay in registers:
-    // the compiler must assume that a store of an output byte could change
-    // anything else.
     block_bit_reader bits(block.data, static_cast<std::int64_t>(block.size));
-    std::uint32_t out_pos = position;
     // The block's 65536 bytes and the output's last byte, as output positions.
-    std::uint64_t const block_end = std::uint64_t{out_pos} + block_output;
+    std::uint64_t const block_end = std::uint64_t{position} + block_output;
     std::uint64_t const stop = std::min<std::uint64_t>(block_end, out_size - 1u);
-    // A match that ends by here is copied in wide pieces: the output has
-    // room for the pieces' overshoot.
-    std::uint32_t const wide_end = out_size >= 16 ? out_size - 16u : 0;
-
-    bool ok = true;
-    // Far from both ends, a round takes a literal and then any symbol without
-    // testing for either end: a refill there leaves 49 bits, enough for two
-    // codes and the offset bits of a match. Near the ends, one symbol a round.
-    std::int64_t const input_ahead = bits.end() - 8;
-    for (;;) {
-        bool const far = out_pos + 1 < stop && bits.next() <= input_ahead;
-        if (far) {
-            bits.refill_ahead();
-        } else {
-            bits.refill();
-            if (out_pos >= stop || !bits.input_left()) break;
-        }
-        std::uint64_t before = bits.all();
-        std::uint32_t entry = bits.take(tables);
-        if (step::symbol(entry) < 256) {
-            out[out_pos++] = static_cast<std::uint8_t>(step::symbol(entry));
-            if (!far) continue;
-            before = bits.all();
-            entry = bits.take(tables);
-            if (step::symbol(entry) < 256) {
-                out[out_pos++] = static_cast<std::uint8_t>(step::symbol(entry));
-                continue;
-            }
-        }
-        // A match: length code in the low four bits, count of offset bits
-        // above them. The length comes first, before any offset bits.
-        std::uint32_t const symbol = step::symbol(entry);
-        std::uint32_t match_length = symbol & 15;
-        unsigned const offset_bits = (symbol - 256) >> 4;
-        std::uint32_t offset = 0;
-        if (match_length == 15) {
-            std::int64_t place = bits.settle();
-            match_length = read_long_length(block, place);
-            if (match_length == 0) {
-                ok = false;
-                break;
-            }
-            bits.resume_at(place);
-            offset = bits.peek(offset_bits);
-            bits.skip(offset_bits);
-        } else {
-            // Taken with the code already; shifted in two steps, as there may be none.
-            offset = static_cast<std::uint32_t>(before << step::code_length(entry) >> 1 >> (63 - offset_bits));
-        }
-        std::uint32_t const to_copy = (match_length + 3) & 0xFFFF;
-        std::uint32_t const distance = (1u << offset_bits) + offset;
-
-        if (out_pos + to_copy <= wide_end && distance <= out_pos && (distance >= 8 || to_copy <= distance)) {
-            // Bytes behind the match are written before their time; they
-            // are written again in order, or zeroed when the block stops.
-            copy_match_wide(out + out_pos, distance, to_copy);
-            out_pos += to_copy;
+    bool ok = decode_far(block, tables, bits, out, out_size, position, stop);
+    // Near the ends, one symbol a round, each end tested.
+    std::uint32_t out_pos = position;
+    while (ok) {
+        bits.refill();
+        if (out_pos >= stop || !bits.input_left()) break;
+        std::uint64_t const before = bits.all();
+        std::uint32_t const entry = bits.take(tables);
+        if (!step::is_match(entry)) {
+            out[out_pos++] = step::literal(entry);
             continue;
         }
-        std::uint32_t const room = out_size - out_pos;
-        std::uint32_t const copied = std::min(to_copy, room);
-        if (copied > 0) {
-            if (distance > out_pos) {
-                ok = false;
-                break;
-            }
-            copy_match(out, out_pos, distance, copied);
-            out_pos += copied;
-        }
+        match_copied const copied =
+            step::match_length(entry) == 0
+                ? copy_long_match(block, bits, entry, out, out_size, out_pos)
+                : copy_match_checked(out, out_size, out_pos, step::distance(entry, before), step::match_length(entry));
+        out_pos = copied.position;
+        ok = copied.ok;
         // A match that runs past the block's 65536 bytes is copied whole; the
         // next round stops there, as the position has passed `stop`.
     }

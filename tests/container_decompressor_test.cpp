@@ -167,6 +167,9 @@ TEST(streams, decode_to_the_stated_bytes)
     byte_vec wrapped = plain_lz77_stream({lz_literal('a'), lz_match(300, 1), lz_literal('b')});
     wrapped.at(9) = wrapped.at(10) = 0; // flags, 'a', match word, half-byte, 255, then a u16 of 0 reads as 3
     byte_vec const text = text_like(65536), run = runs(60000), random = random_bytes(65536, 4);
+    // Literals go on behind the bad match, so that it lies far from the input's end too.
+    auto far_before_start = tokens(std::string(100, 'k') + std::string(100, 'l'), {lz_match(3, 5000)});
+    for (int i = 0; i < 100; ++i) far_before_start.push_back(lz_literal('m'));
     struct { char const* name; byte_vec container; byte_vec expected; bool table_ready; } const cases[] = {
         {"no offset bits reach 1 back", mam_of(tokens("abc", {lz_match(3, 1)})), bytes("abcccc"), true},
         {"one offset bit reaches 3 back", mam_of(tokens("abcd", {lz_match(3, 3)})), bytes("abcdbcd"), true},
@@ -177,6 +180,8 @@ TEST(streams, decode_to_the_stated_bytes)
         {"length escape u16", mam_of(tokens("q", {lz_match(273, 1), lz_match(3000, 1)})),
          bytes(std::string(3274, 'q')), true},
         {"match before the start", mam_of(tokens("ab", {lz_match(3, 4)}), 5), bytes({"ab\0\0\0", 5}), true},
+        {"match before the start, far from both ends", mam_of(far_before_start, 1000),
+         with_size(bytes(std::string(100, 'k') + std::string(100, 'l')), 1000), true},
         {"a failed block leaves nothing behind its last match",
          mam_of(tokens("abcdefghij", {lz_match(3, 8), lz_match(3, 40)}), 40), with_size(bytes("abcdefghijcde"), 40), true},
         {"deficient first table leaves zeros",
@@ -201,6 +206,52 @@ TEST(streams, decode_to_the_stated_bytes)
         EXPECT_EQ(decompressor.table_ready(), c.table_ready);
         ASSERT_EQ(decompressor.write_output_file(path), c.table_ready);
         if (c.table_ready) { EXPECT_EQ(bytes(read_file(path)), c.expected); }
+    }
+}
+
+// Exact-size copies, so that a read or write past either end is one past the
+// allocation (and caught where the tests run under AddressSanitizer).
+TEST(huffman_bounds, rounds_stay_inside_input_and_output)
+{
+    // `lead` literals, then rounds of a literal and a match of `length` bytes.
+    auto const rounds_of = [](std::size_t lead, int rounds, std::uint32_t length) {
+        std::vector<lz_token> t = tokens(std::string(lead, 'w'));
+        for (int i = 0; i < rounds; ++i) t.push_back(lz_literal(static_cast<std::uint8_t>(i))), t.push_back(lz_match(length, length + 1));
+        return t;
+    };
+    // Every round at its largest: a literal and a 17-byte match, up to the end.
+    auto const widest = rounds_of(17, 3000, 17);
+    byte_vec const text = text_like(200000);
+    byte_vec const text_container = encode_mam(text);
+    // Without the four zero bytes behind the last block, its words end with the input.
+    byte_vec const cut_text(text_container.begin(), text_container.end() - 4);
+    // Rounds of a literal and an 8-byte match, whose piece is written whole:
+    // cut at every phase of their 9 bytes.
+    auto const narrow = rounds_of(9, 4000, 8);
+    byte_vec const widest_data = apply_tokens(widest), narrow_data = apply_tokens(narrow);
+    struct bounds_case {
+        std::string name;
+        byte_vec data, input;
+        std::size_t decoded_at_least;
+    };
+    std::vector<bounds_case> all = {
+        {"widest rounds to the output's end", widest_data, mam_of(widest), widest_data.size() - 1},
+        {"widest rounds cut by the declared size", with_size(widest_data, 30000), mam_of(widest, 30000), 29999},
+        {"input ends with the words", text, cut_text, text.size() - 64},
+    };
+    for (std::uint32_t size = 30000; size < 30009; ++size)
+        all.push_back({"narrow rounds cut at " + std::to_string(size), with_size(narrow_data, size), mam_of(narrow, size), size - 1});
+    for (auto const& c : all) {
+        SCOPED_TRACE(c.name);
+        byte_vec const input(c.input.begin(), c.input.end());
+        ASSERT_EQ(input.capacity(), input.size());
+        container_decompressor decompressor;
+        ASSERT_TRUE(decompressor.decompress_container(input));
+        auto const& out = decompressor.output();
+        ASSERT_EQ(out.size(), c.data.size());
+        auto const decoded = std::mismatch(out.begin(), out.end(), c.data.begin()).first - out.begin();
+        EXPECT_GE(static_cast<std::size_t>(decoded), c.decoded_at_least);
+        EXPECT_TRUE(std::all_of(out.begin() + decoded, out.end(), [](std::uint8_t b) { return b == 0; }));
     }
 }
 
