@@ -303,8 +303,9 @@ private:
 // The length of a match whose length code is 15: a byte, or 255 and a u16,
 // at `place` in the block, which moves on behind them. 0 when the input ends
 // or the u16 is below 15. Place and length are plain values, so that the bit
-// reader never has its address taken and stays in registers.
-std::uint32_t read_long_length(byte_view block, std::int64_t& place)
+// reader never has its address taken and stays in registers; inlined, as a
+// call costs more than its few tests.
+[[gnu::always_inline]] inline std::uint32_t read_long_length(byte_view block, std::int64_t& place)
 {
     std::uint8_t extra = 0;
     if (!read_u8(block, static_cast<std::uint64_t>(place), extra)) return 0;
