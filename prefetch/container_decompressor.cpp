@@ -151,21 +151,23 @@ struct canonical_order {
         std::array<std::array<std::uint32_t, max_code_bits + 1>, 4> next{};
         for (std::size_t i = 0; i < quarter; ++i)
             for (std::size_t q = 0; q < 4; ++q) ++next[q][padded[q * quarter + i] & max_code_bits];
-        // Symbols without a code go behind the others, so that placing one needs no branch.
+        // Each length's places, quarter by quarter, from where the last one ended.
         std::uint32_t place = 0;
-        for (unsigned length = 1; length <= max_code_bits + 1; ++length) {
-            unsigned const l = length & max_code_bits;
-            if (length <= max_code_bits) {
-                std::size_t const n = next[0][l] + next[1][l] + next[2][l] + next[3][l];
-                covered += n << (max_code_bits - l);
-                count += n;
-            }
+        auto const place_length = [&](unsigned length) {
             for (std::size_t q = 0; q < 4; ++q) {
-                std::uint32_t const n = next[q][l];
-                next[q][l] = place;
+                std::uint32_t const n = next[q][length];
+                next[q][length] = place;
                 place += n;
             }
+        };
+        for (unsigned length = 1; length <= max_code_bits; ++length) {
+            std::size_t const n = next[0][length] + next[1][length] + next[2][length] + next[3][length];
+            covered += n << (max_code_bits - length);
+            count += n;
+            place_length(length);
         }
+        // Symbols without a code go behind the others, so that placing one needs no branch.
+        place_length(0);
         for (std::size_t i = 0; i < quarter; ++i)
             for (std::size_t q = 0; q < 4; ++q) {
                 auto const symbol = static_cast<std::uint16_t>(q * quarter + i);
@@ -397,6 +399,17 @@ match_copied copy_match_checked(std::uint8_t* out, std::uint32_t out_size, std::
     return copy_match_checked(out, out_size, position, distance, (length + 3) & 0xFFFF);
 }
 
+// Copies the match of `entry`, whose distance is `distance` unless its length
+// follows in the input.
+[[gnu::always_inline]] inline match_copied copy_match_of(byte_view block, block_bit_reader& bits, std::uint32_t entry,
+                                                         std::uint32_t distance, std::uint8_t* out,
+                                                         std::uint32_t out_size, std::uint32_t position)
+{
+    std::uint32_t const count = step::match_length(entry);
+    return count == 0 ? copy_long_match(block, bits, entry, out, out_size, position)
+                      : copy_match_checked(out, out_size, position, distance, count);
+}
+
 // The symbols of a block far from both ends of input and output, two a round
 // when the first is a literal, without testing for either end: a refill
 // leaves at least 48 bits, enough for a literal's code and a match's code
@@ -449,8 +462,7 @@ bool decode_far(byte_view block, code_tables tables, block_bit_reader& reader, s
                 out_pos += count;
                 continue;
             }
-            match_copied const copied = count == 0 ? copy_long_match(block, bits, entry, out, out_size, out_pos)
-                                                   : copy_match_checked(out, out_size, out_pos, distance, count);
+            match_copied const copied = copy_match_of(block, bits, entry, distance, out, out_size, out_pos);
             out_pos = copied.position;
             ok = copied.ok;
             if (!ok || count == 0) break;
@@ -487,9 +499,7 @@ bool decode_symbols(byte_view block, code_tables tables, std::uint8_t* out, std:
             continue;
         }
         match_copied const copied =
-            step::match_length(entry) == 0
-                ? copy_long_match(block, bits, entry, out, out_size, out_pos)
-                : copy_match_checked(out, out_size, out_pos, step::distance(entry, before), step::match_length(entry));
+            copy_match_of(block, bits, entry, step::distance(entry, before), out, out_size, out_pos);
         out_pos = copied.position;
         ok = copied.ok;
         // A match that runs past the block's 65536 bytes is copied whole; the
