@@ -225,9 +225,9 @@ TEST(huffman_bounds, rounds_stay_inside_input_and_output)
     byte_vec const text_container = encode_mam(text);
     // Without the four zero bytes behind the last block, its words end with the input.
     byte_vec const cut_text(text_container.begin(), text_container.end() - 4);
-    // Rounds of a literal and an 8-byte match, whose piece is written whole:
-    // cut at every phase of their 9 bytes.
-    auto const narrow = rounds_of(9, 4000, 8);
+    // Rounds of a literal and a 16-byte match, whose piece is written whole:
+    // cut at every phase of their 17 bytes.
+    auto const narrow = rounds_of(17, 2000, 16);
     byte_vec const widest_data = apply_tokens(widest), narrow_data = apply_tokens(narrow);
     struct bounds_case {
         std::string name;
@@ -239,7 +239,7 @@ TEST(huffman_bounds, rounds_stay_inside_input_and_output)
         {"widest rounds cut by the declared size", with_size(widest_data, 30000), mam_of(widest, 30000), 29999},
         {"input ends with the words", text, cut_text, text.size() - 64},
     };
-    for (std::uint32_t size = 30000; size < 30009; ++size)
+    for (std::uint32_t size = 30000; size < 30017; ++size)
         all.push_back({"narrow rounds cut at " + std::to_string(size), with_size(narrow_data, size), mam_of(narrow, size), size - 1});
     for (auto const& c : all) {
         SCOPED_TRACE(c.name);
