@@ -138,6 +138,7 @@ struct canonical_order {
     std::array<std::uint16_t, symbol_count> symbols;
     std::size_t count = 0;
     std::size_t covered = 0;
+    std::array<std::uint32_t, max_code_bits + 1> per_length{}; // symbols with a code of each length
 
     explicit canonical_order(std::vector<std::uint16_t> const& lengths)
     {
@@ -162,6 +163,7 @@ struct canonical_order {
         };
         for (unsigned length = 1; length <= max_code_bits; ++length) {
             std::size_t const n = next[0][length] + next[1][length] + next[2][length] + next[3][length];
+            per_length[length] = static_cast<std::uint32_t>(n);
             covered += n << (max_code_bits - length);
             count += n;
             place_length(length);
@@ -177,6 +179,29 @@ struct canonical_order {
     std::uint16_t const* begin() const { return symbols.data(); }
     std::uint16_t const* end() const { return symbols.data() + count; }
 };
+
+// Fills the tables of codes that own every 15-bit index exactly: a code of
+// up to 11 bits in the fast table, a longer one in the direct table. Returns
+// where the direct table's entries begin. Each length's span is known ahead,
+// so no code is cut or tested against the end.
+std::size_t fill_complete(canonical_order const& order, std::uint32_t* fast, std::uint16_t* direct)
+{
+    std::uint16_t const* symbol = order.begin();
+    std::size_t place = 0;
+    for (unsigned length = 1; length <= fast_bits; ++length) {
+        std::size_t const span = std::size_t{1} << (fast_bits - length);
+        for (std::uint32_t n = order.per_length[length]; n > 0; --n, ++symbol, place += span)
+            std::fill_n(fast + place, span, step::of(*symbol, length));
+    }
+    std::size_t const direct_from = place << fast_group_bits;
+    place = direct_from;
+    for (unsigned length = fast_bits + 1; length <= max_code_bits; ++length) {
+        std::size_t const span = std::size_t{1} << (max_code_bits - length);
+        for (std::uint32_t n = order.per_length[length]; n > 0; --n, ++symbol, place += span)
+            std::fill_n(direct + place, span, table_entry(*symbol, length));
+    }
+    return direct_from;
+}
 
 // The bit stream of a Huffman block: 16-bit little-endian words from offset
 // 256, each read from its top bit, a word that doesn't lie wholly inside
@@ -786,6 +811,10 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
     // every 15-bit index that begins with its code; an oversubscribed table is
     // cut off at the end, and the symbols behind the cut get nothing.
     std::size_t filled = 0;
+    if (order.covered == limit && limit == std::size_t{1} << max_code_bits) {
+        m_direct_from = fill_complete(order, m_fast_table.data(), m_code_table.data());
+        filled = limit;
+    }
     for (std::uint16_t const symbol : order) {
         if (filled >= limit) break;
         unsigned const bits = m_code_lengths[symbol];
