@@ -809,26 +809,29 @@ bool container_decompressor::build_code_table(std::uint8_t const* block, std::si
     m_fast_table.assign(std::size_t{1} << fast_bits, see_direct_table);
     // Canonical order: shorter codes first, then by symbol. Each symbol owns
     // every 15-bit index that begins with its code; an oversubscribed table is
-    // cut off at the end, and the symbols behind the cut get nothing.
+    // cut off at the end, and the symbols behind the cut get nothing. Real
+    // tables own every index exactly, and need no cut.
     std::size_t filled = 0;
-    if (order.covered == limit && limit == std::size_t{1} << max_code_bits) {
+    if (order.covered == limit) {
         m_direct_from = fill_complete(order, m_fast_table.data(), m_code_table.data());
         filled = limit;
-    }
-    for (std::uint16_t const symbol : order) {
-        if (filled >= limit) break;
-        unsigned const bits = m_code_lengths[symbol];
-        std::size_t const count = std::min(std::size_t{1} << (max_code_bits - bits), limit - filled);
-        // Shorter codes all came first, so this one starts on a whole group.
-        if (bits <= fast_bits) {
-            std::fill_n(m_fast_table.begin() + static_cast<std::ptrdiff_t>(filled >> fast_group_bits),
-                        count >> fast_group_bits, step::of(symbol, bits));
-        } else {
-            m_direct_from = std::min(m_direct_from, filled);
+    } else {
+        for (std::uint16_t const symbol : order) {
+            if (filled >= limit) break;
+            unsigned const bits = m_code_lengths[symbol];
+            std::size_t const count = std::min(std::size_t{1} << (max_code_bits - bits), limit - filled);
+            // Shorter codes all came first, so this one starts on a whole group.
+            if (bits <= fast_bits) {
+                std::fill_n(m_fast_table.begin() + static_cast<std::ptrdiff_t>(filled >> fast_group_bits),
+                            count >> fast_group_bits, step::of(symbol, bits));
+            } else {
+                m_direct_from = std::min(m_direct_from, filled);
+            }
+            if (filled >= m_direct_from)
+                std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count,
+                            table_entry(symbol, bits));
+            filled += count;
         }
-        if (filled >= m_direct_from)
-            std::fill_n(m_code_table.begin() + static_cast<std::ptrdiff_t>(filled), count, table_entry(symbol, bits));
-        filled += count;
     }
     // An old symbol in the tail takes as many bits as this block's lengths give it.
     for (std::size_t i = filled; i < limit; ++i) {

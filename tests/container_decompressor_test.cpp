@@ -227,8 +227,8 @@ TEST(huffman_bounds, rounds_stay_inside_input_and_output)
     byte_vec const cut_text(text_container.begin(), text_container.end() - 4);
     // Rounds of a literal and a 16-byte match, whose piece is written whole:
     // cut at every phase of their 17 bytes.
-    auto const narrow = rounds_of(17, 2000, 16);
-    byte_vec const widest_data = apply_tokens(widest), narrow_data = apply_tokens(narrow);
+    auto const piece_rounds = rounds_of(17, 2000, 16);
+    byte_vec const widest_data = apply_tokens(widest), piece_data = apply_tokens(piece_rounds);
     struct bounds_case {
         std::string name;
         byte_vec data, input;
@@ -240,7 +240,7 @@ TEST(huffman_bounds, rounds_stay_inside_input_and_output)
         {"input ends with the words", text, cut_text, text.size() - 64},
     };
     for (std::uint32_t size = 30000; size < 30017; ++size)
-        all.push_back({"narrow rounds cut at " + std::to_string(size), with_size(narrow_data, size), mam_of(narrow, size), size - 1});
+        all.push_back({"16-byte rounds cut at " + std::to_string(size), with_size(piece_data, size), mam_of(piece_rounds, size), size - 1});
     for (auto const& c : all) {
         SCOPED_TRACE(c.name);
         byte_vec const input(c.input.begin(), c.input.end());
