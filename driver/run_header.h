@@ -8,8 +8,13 @@
 #include "driver/arg_list.h"
 #include "reports/json_report.h"
 
-inline constexpr char kito_banner[] = "kito - ver: 1.39";
-inline constexpr char kito_version[] = "ver: 1.39";
+// The version comes from the build (the project's version in CMakeLists.txt),
+// so that the program, its man page and its package all say the same.
+#ifndef KITO_VERSION
+#error "KITO_VERSION is set by the build"
+#endif
+inline constexpr char kito_banner[] = "kito - ver: " KITO_VERSION;
+inline constexpr char kito_version[] = "ver: " KITO_VERSION;
 
 // The usage screen on standard error; `program` fills the two -pipe examples.
 void print_usage(std::string const& program);
