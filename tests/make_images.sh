@@ -87,6 +87,8 @@ echo "this is a text file, not a disk image" > "$out/not-an-image.txt"
 truncate -s 4M "$out/zeros.raw"
 new_volume "$out/no-prefetch.raw"
 head -c 9000000 "$out/disk.E01" > "$out/truncated.E01"
+mkdir "$out/gap"
+ln "$out/disk.E01" "$out/disk.E03" "$out/gap/"
 # The MFT entry of CMD.EXE's Prefetch file gets a wrong update sequence value
 # at the end of its first sector, as a torn write leaves it.
 cp "$out/volume.raw" "$out/damaged-entry.raw"
