@@ -1,8 +1,8 @@
 // -image as an examiner runs it, over the images that tests/make_images.sh
 // makes once a run: a bare NTFS volume, an MBR disk with two volumes, that
-// disk as E01 segments, and damaged ones. The reports are held against the
-// same files read from disk, against the times the script set, and against
-// what the sleuthkit tools say of the same files.
+// disk as E01 segments, VMDK, VHD and split raw, and damaged ones. The
+// reports are held against the same files read from disk, against the times
+// the script set, and against what the sleuthkit tools say of the files.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -85,6 +85,9 @@ TEST_F(image_cli_test, every_prefetch_file_in_name_order_and_nothing_else)
         {"volume.raw", {}, bare},
         {"disk.raw", {}, disk},
         {"disk.E01", {}, disk},
+        {"disk.vmdk", {}, disk},
+        {"disk.vhd", {}, disk},
+        {"disk.split.001", {}, disk},
         {"disk.E01", {"-filter", "c*"}, {first[0], first[1]}},
         {"disk.E01", {"-cmd_start_time", "2021-03-02", "-cmd_stop_time", "2021-03-03"}, {first[1], first[2]}},
         {"damaged-entry.raw", {}, damaged},

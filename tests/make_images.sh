@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the disk images the image tests read: NTFS volumes made with mkntfs,
 # filled through an ntfs-3g mount with known NTFS times, then laid out as a
-# bare volume, as an MBR disk and as that disk in E01 segments, plus the
-# damaged ones. Usage: make_images.sh OUT_DIR SAMPLES_DIR
+# bare volume, as an MBR disk, as that disk in E01 segments, VMDK, VHD and
+# split raw, plus damaged ones. Usage: make_images.sh OUT_DIR SAMPLES_DIR
 # Without root, FUSE or one of the tools it writes OUT_DIR/SKIP with the reason
 # and ends well, so that the tests can skip and say why.
 set -euo pipefail
@@ -17,7 +17,7 @@ skip() {
 }
 [ "$(id -u)" = 0 ] || skip "not root: an ntfs-3g mount needs it"
 [ -e /dev/fuse ] || skip "no /dev/fuse"
-for tool in mkntfs ntfs-3g setfattr sfdisk ewfacquire istat fls; do
+for tool in mkntfs ntfs-3g setfattr sfdisk ewfacquire qemu-img istat fls ifind; do
     command -v "$tool" > /dev/null || skip "$tool is not installed"
 done
 
@@ -81,6 +81,11 @@ dd if="$out/volume2.raw" of="$out/disk.raw" bs=512 seek=34816 conv=notrunc statu
 # The disk as E01 in 16 MiB segments, uncompressed: E01, E02, E03.
 ewfacquire -u -q -c none -S 16777216 -t "$out/disk" "$out/disk.raw" > /dev/null 2>&1 ||
     ewfacquire -u -c none -S 16777216 -t "$out/disk" "$out/disk.raw" > /dev/null
+
+# The same disk as VMDK, as dynamic VHD, and as raw split into 16 MiB pieces.
+qemu-img convert -f raw -O vmdk "$out/disk.raw" "$out/disk.vmdk"
+qemu-img convert -f raw -O vpc "$out/disk.raw" "$out/disk.vhd"
+split -b 16M -d -a 3 --numeric-suffixes=1 "$out/disk.raw" "$out/disk.split."
 
 # Damaged and wrong images.
 echo "this is a text file, not a disk image" > "$out/not-an-image.txt"
