@@ -43,8 +43,9 @@ bool write_bodyfile_report(std::ostream& out, report_subject const& file, report
     record.times.m = bodyfile_seconds(entry.input_modified);
     record.times.a = bodyfile_seconds(entry.input_accessed);
     record.times.c = bodyfile_seconds(entry.last_run);
-    // NTFS keeps a created time for a file read from an image; a Linux copy
-    // has none to trust, so the run time stands in for it there.
+    // NTFS keeps a created time for a file read from an image. A copy on a
+    // Linux file system has none to trust, and the column keeps what it
+    // always held there: the change time, or the run of a single-run program.
     bool const ntfs_created = entry.image.present;
     record.times.b = bodyfile_seconds(ntfs_created ? entry.input_created : created_time(entry));
     record.name = label + "; run count: " + std::to_string(entry.run_count) + "; app run: " + entry.target_path;
