@@ -72,7 +72,7 @@ TEST_F(image_cli_test, every_prefetch_file_in_name_order_and_nothing_else)
     strings const first = {"2048:/Windows/Prefetch/CALC.EXE-77FDF17F.pf", "2048:/Windows/Prefetch/CMD.EXE-4A81B364.pf",
                            "2048:/Windows/Prefetch/MSPAINT.EXE-8F2A1C3D.pf"};
     strings disk = first;
-    disk.insert(disk.end(), {"!34816:/windows/PREFETCH/00-NOT-PREFETCH.pf",
+    disk.insert(disk.end(), {"!34816:/windows/PREFETCH/00-NOT-PREFETCH.pf", "!34816:/windows/PREFETCH/01-HUGE.pf",
                              "34816:/windows/PREFETCH/WORDPAD.EXE-2B4E7D19.pf"});
     strings bare = first;
     for (std::string& name : bare) name.replace(0, 4, "0");
@@ -88,6 +88,7 @@ TEST_F(image_cli_test, every_prefetch_file_in_name_order_and_nothing_else)
         {"disk.vmdk", {}, disk},
         {"disk.vhd", {}, disk},
         {"disk.split.001", {}, disk},
+        {"gpt.raw", {}, first},
         {"disk.E01", {"-filter", "c*"}, {first[0], first[1]}},
         {"disk.E01", {"-cmd_start_time", "2021-03-02", "-cmd_stop_time", "2021-03-03"}, {first[1], first[2]}},
         {"damaged-entry.raw", {}, damaged},
@@ -113,7 +114,7 @@ TEST_F(image_cli_test, reports_match_the_files_on_disk_with_ntfs_times_and_place
 {
     std::string const image = images + "/disk.E01";
     std::vector<json> const records = file_records(run_kito({"-image", image, "-json"}).out);
-    ASSERT_EQ(records.size(), 5u);
+    ASSERT_EQ(records.size(), 6u);
     for (json record : records) {
         if (record["record"] == "error") continue;
         std::string const name = record["file_name"];
@@ -181,14 +182,16 @@ TEST_F(image_cli_test, bad_images_say_what_is_missing)
         char const* image;
         std::string message;
         int status;
+        std::size_t reports;
     } const rows[] = {
-        {"no-such.E01", "prob opening image $", 255},
-        {"not-an-image.txt", "no NTFS volume in image $\n", 255},
-        {"zeros.raw", "no NTFS volume in image $\n", 255},
-        {"no-prefetch.raw", "no Prefetch folder in image $\n", 255},
-        {"truncated.E01", "prob opening image $: segment $ is truncated\n", 255},
-        {"gap/disk.E01", "prob opening image $: segment " + images + "/gap/disk.E02 is missing\n", 255},
-        {"damaged-entry.raw", "prob reading file $@0:/Windows/Prefetch/CMD.EXE-4A81B364.pf: damaged MFT entry\n", 0},
+        {"no-such.E01", "prob opening image $", 255, 0},
+        {"not-an-image.txt", "no NTFS volume in image $\n", 255, 0},
+        {"zeros.raw", "no NTFS volume in image $\n", 255, 0},
+        {"no-prefetch.raw", "no Prefetch folder in image $\n", 255, 0},
+        {"truncated.E01", "prob opening image $: segment $ is truncated\n", 255, 0},
+        {"gap/disk.E01", "prob opening image $: segment " + images + "/gap/disk.E02 is missing\n", 255, 0},
+        {"damaged-entry.raw", "prob reading file $@0:/Windows/Prefetch/CMD.EXE-4A81B364.pf: damaged MFT entry\n", 0, 2},
+        {"disk.E01", "prob reading file $@34816:/windows/PREFETCH/01-HUGE.pf: larger than 16 MiB\n", 0, 4},
     };
     for (row const& r : rows) {
         SCOPED_TRACE(r.image);
@@ -198,7 +201,7 @@ TEST_F(image_cli_test, bad_images_say_what_is_missing)
         process_result const p = run_kito({"-image", image, "-csv"});
         EXPECT_NE(p.err.find(message), std::string::npos) << p.err;
         EXPECT_EQ(p.status, r.status);
-        EXPECT_EQ(count_of(p.out, ".pf,"), r.status == 0 ? 2u : 0u) << p.out;
+        EXPECT_EQ(count_of(p.out, ".pf,"), r.reports) << p.out;
     }
 }
 

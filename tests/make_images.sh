@@ -45,7 +45,7 @@ place() {
 }
 
 new_volume() {
-    truncate -s 16M "$1"
+    truncate -s "${2:-16M}" "$1"
     mkntfs -F -q -Q -s 512 -c 4096 "$1" > /dev/null 2>&1
 }
 
@@ -64,19 +64,27 @@ cp "$samples/CALC.EXE-77FDF17F.pf" "$mnt/Users/Public/STRAY.EXE-11111111.pf"
 umount "$mnt"
 
 # Volume 2: the folders spelled otherwise, a .pf that is no Prefetch file
-# (named to come first) and one sample.
-new_volume "$out/volume2.raw"
+# and a sparse one past the 16 MiB read limit (named to come first), and one
+# sample. It is larger than the sparse file: The Sleuth Kit refuses an entry
+# whose run reaches past the volume's end.
+new_volume "$out/volume2.raw" 24M
 ntfs-3g "$out/volume2.raw" "$mnt"
 mkdir -p "$mnt/windows/PREFETCH"
 echo "no Prefetch file" > "$mnt/windows/PREFETCH/00-NOT-PREFETCH.pf"
+truncate -s 17M "$mnt/windows/PREFETCH/01-HUGE.pf"
 place "$samples/WORDPAD.EXE-2B4E7D19.pf" "$mnt/windows/PREFETCH/WORDPAD.EXE-2B4E7D19.pf" 3
 umount "$mnt"
 
 # The MBR disk: volume 1 at sector 2048, volume 2 right behind it.
-truncate -s 40M "$out/disk.raw"
-printf 'start=2048, size=32768, type=7\nstart=34816, size=32768, type=7\n' | sfdisk -q "$out/disk.raw"
+truncate -s 42M "$out/disk.raw"
+printf 'start=2048, size=32768, type=7\nstart=34816, size=49152, type=7\n' | sfdisk -q "$out/disk.raw"
 dd if="$out/volume.raw" of="$out/disk.raw" bs=512 seek=2048 conv=notrunc status=none
 dd if="$out/volume2.raw" of="$out/disk.raw" bs=512 seek=34816 conv=notrunc status=none
+
+# Volume 1 alone behind a GPT table.
+truncate -s 20M "$out/gpt.raw"
+printf 'label: gpt\nstart=2048, size=32768\n' | sfdisk -q "$out/gpt.raw"
+dd if="$out/volume.raw" of="$out/gpt.raw" bs=512 seek=2048 conv=notrunc status=none
 
 # The disk as E01 in 16 MiB segments, uncompressed: E01, E02, E03.
 ewfacquire -u -q -c none -S 16777216 -t "$out/disk" "$out/disk.raw" > /dev/null 2>&1 ||
