@@ -104,7 +104,8 @@ int decompress_image(kito_user_context& context)
             std::fprintf(stderr, "Prob decoding file %s \n", file.display_name.c_str());
             continue;
         }
-        if (decompressor.write_output_file(context.m_decompress_target + "/" + file.name)) status = 0;
+        if (write_unpacked(decompressor, context.m_image_path, context.m_decompress_target + "/" + file.name))
+            status = 0;
     }
     return status;
 }
