@@ -134,6 +134,7 @@ image_source::~image_source() = default;
 bool image_source::open(std::string const& path)
 {
     m_files.clear();
+    m_prefetch_found = false;
     m_volumes = std::make_unique<volumes>();
     std::string const broken = ewf_segments_problem(path);
     if (!broken.empty()) {
@@ -152,7 +153,7 @@ bool image_source::open(std::string const& path)
         return false;
     }
     for (std::size_t v = 0; v < m_volumes->list.size(); ++v) list_volume(path, v);
-    if (m_files.empty() && !m_prefetch_found) {
+    if (!m_prefetch_found) {
         std::fprintf(stderr, "no Prefetch folder in image %s\n", path.c_str());
         return false;
     }
