@@ -2,10 +2,13 @@
 
 #include "driver/cmd_params.h"
 #include "driver/foundation_adapters.h"
+#include "driver/image_input.h"
 #include "driver/kito_user_context.h"
 #include "driver/output_entry.h"
 #include "foundation/vlm_portable_dir.h"
 #include "foundation/vlm_string.h"
+#include "foundation/vlm_time.h"
+#include "prefetch/decode_chain.h"
 
 namespace vlmportdir {
 
@@ -126,19 +129,26 @@ bool separator_used(cmd_params const& options)
            options.m_verbose;
 }
 
-// One name of a batch, after the filter: clear the last file, expand, decode, report.
-bool process_named_file(kito_user_context& context, std::ostream& out, std::string const& name, bool separator)
+// One input of a batch, after the filter: clear the last file, decode, report.
+bool process_input(kito_user_context& context, std::ostream& out, std::string const& path, bool separator,
+                   input_loader const& load)
 {
     reset_decoded_entry(context);
-    context.m_file_path = expand_path_variables(name, /*allow_shadow_copy=*/true);
+    context.m_file_path = path;
     std::string folder;
     if (!split_path(context.m_file_path, folder, context.m_file_base_name))
         context.m_file_base_name = context.m_file_path;
     context.diag_line(context.m_file_path);
-    bool outcome = output_prefetch_entry(out, context);
+    bool outcome = output_prefetch_entry(out, context, load);
     // A failed file leaves no separator: its messages stand on standard error.
     if (separator && outcome) out << batch_separator;
     return outcome;
+}
+
+bool process_named_file(kito_user_context& context, std::ostream& out, std::string const& name, bool separator)
+{
+    return process_input(context, out, expand_path_variables(name, /*allow_shadow_copy=*/true), separator,
+                         [](kito_user_context& c) { return load_prefetch_file(c); });
 }
 
 } // namespace
@@ -174,5 +184,34 @@ bool process_volume_scan(kito_user_context& context, std::ostream& out)
     if (separator) out << batch_separator;
     bool outcome = false;
     for (std::string const& path : paths) outcome = process_named_file(context, out, path, separator);
+    return outcome;
+}
+
+bool image_file_wanted(kito_user_context const& context, image_file const& file)
+{
+    std::vector<filter_entry> filters = context.m_filter_list;
+    std::string default_filter = "*.pf";
+    if (filters.empty()) parse_filter(filters, default_filter);
+    // The time range reads the NTFS modified time, not a stat of the name.
+    file_info info;
+    info.modified = file.modified;
+    info.time_kind = vlm::filetime;
+    return matches_filter(context, file.display_name, filters, &info, /*stream_mode=*/false);
+}
+
+bool process_image(kito_user_context& context, std::ostream& out)
+{
+    image_source source;
+    if (!source.open(context.m_image_path)) return false;
+    bool const separator = separator_used(context);
+    if (separator) out << batch_separator;
+    bool outcome = false;
+    for (image_file const& file : source.files()) {
+        if (!image_file_wanted(context, file)) continue;
+        outcome = process_input(context, out, file.display_name, separator, [&](kito_user_context& c) {
+            return read_image_file(source, file, c.m_buffers, c.m_entry) &&
+                   decode_input_bytes(c.m_buffers, c.m_entry, c.m_version_label);
+        });
+    }
     return outcome;
 }

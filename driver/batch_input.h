@@ -13,6 +13,7 @@
 #include "foundation/vlm_path_rules.h"
 
 class cmd_params;
+struct image_file;
 class kito_user_context;
 
 namespace vlmportdir {
@@ -50,5 +51,10 @@ private:
 bool begin_batch_source(vlmportdir::stdin_stream_ex& source, cmd_params const& options);
 // The batch branch: outcome of the last file that passed the filter, false if none did.
 bool process_batch(kito_user_context& context, std::ostream& out);
+// -image: the files of every Prefetch folder of the image that pass -filter
+// ("*.pf" without one) and the time range, read and decoded one at a time.
+bool process_image(kito_user_context& context, std::ostream& out);
+// Whether a file listed in an image passes the filter and the time range.
+bool image_file_wanted(kito_user_context const& context, image_file const& file);
 // The volume scan: every "*.pf" of the volume's Prefetch folder, unfiltered.
 bool process_volume_scan(kito_user_context& context, std::ostream& out);

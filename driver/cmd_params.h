@@ -85,6 +85,8 @@ public:
     std::string m_enum_dir;
     std::uint32_t m_num_subdirs = 0;
     bool m_enum_dir_given = false;
+    std::string m_image_path; // -image: Prefetch files read from a disk image
+    bool m_image_given = false;
     std::string m_os_product_version;
     std::uint32_t m_os_version_numbers[3] = {0, 0, 0};
     time_bound m_start_bound;

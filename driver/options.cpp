@@ -327,6 +327,10 @@ void take_batch_options(arg_list& list, cmd_params& options)
         options.m_enum_dir = expand_path_variables(value, /*allow_shadow_copy=*/true);
         options.m_enum_dir_given = true;
     }
+    if (take_value("-image", value, list)) {
+        options.m_image_path = value;
+        options.m_image_given = true;
+    }
     take_number(list, "-num_subdirs", options.m_num_subdirs);
     if (take_flag("-profile", list)) options.m_profile = true;
     if (take_flag("-pipe", list)) options.m_pipe_input = true;

@@ -11,12 +11,12 @@ namespace {
 
 report_state state_of(kito_user_context& context) { return {context.m_header_pending, context.m_column_list}; }
 
-bool decode_and_write(std::ostream& out, kito_user_context& context)
+bool decode_and_write(std::ostream& out, kito_user_context& context, input_loader const& load)
 {
     // One bad file must never end a batch: whatever escapes decoding or
     // writing is logged and the file counts as failed.
     try {
-        return write_prefetch_report(out, context, load_prefetch_file(context));
+        return write_prefetch_report(out, context, load(context));
     } catch (...) {
         try {
             context.diag_printf("output_prefetch_entry: exception caught");
@@ -104,8 +104,13 @@ bool write_prefetch_report(std::ostream& out, kito_user_context& context, bool d
 
 bool output_prefetch_entry(std::ostream& out, kito_user_context& context)
 {
+    return output_prefetch_entry(out, context, [](kito_user_context& c) { return load_prefetch_file(c); });
+}
+
+bool output_prefetch_entry(std::ostream& out, kito_user_context& context, input_loader const& load)
+{
     ++context.m_files_handled;
-    bool const reported = decode_and_write(out, context);
+    bool const reported = decode_and_write(out, context, load);
     if (reported) ++context.m_files_reported;
     return reported;
 }

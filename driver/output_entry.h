@@ -2,12 +2,18 @@
 // The chain for one input file as the run calls it, over the one context:
 // each entry point here picks out what the decoder or the writer works from.
 #include <cstdint>
+#include <functional>
 #include <ostream>
 
 #include "driver/kito_user_context.h"
 
+// Reads one input into context.m_buffers and m_entry and decodes it.
+using input_loader = std::function<bool(kito_user_context&)>;
+
 // Decode context.m_file_path and write one report. Never lets an exception pass.
 bool output_prefetch_entry(std::ostream& out, kito_user_context& context);
+// The same for an input that `load` reads and decodes.
+bool output_prefetch_entry(std::ostream& out, kito_user_context& context, input_loader const& load);
 // The writer the format options choose, over the entry decoded last; `decoded`
 // says whether decoding succeeded (only the JSON form reports a failure).
 bool write_prefetch_report(std::ostream& out, kito_user_context& context, bool decoded);

@@ -5,6 +5,7 @@
 
 #include "driver/batch_input.h"
 #include "driver/foundation_adapters.h"
+#include "driver/image_input.h"
 #include "driver/kito_user_context.h"
 #include "driver/output_entry.h"
 #include "foundation/uni_fileio.h"
@@ -16,7 +17,10 @@ namespace {
 // Whole files, whatever their size: the loader's 16 MiB limit is for decoding.
 constexpr std::uint32_t whole_file = 0xFFFFFFFFu;
 
-bool batch_asked(kito_user_context const& context) { return context.m_pipe_input || context.m_enum_dir_given; }
+bool batch_asked(kito_user_context const& context)
+{
+    return context.m_pipe_input || context.m_enum_dir_given || context.m_image_given;
+}
 
 std::string file_name_of(std::string const& path)
 {
@@ -81,11 +85,37 @@ int decompress_batch(kito_user_context& context)
     return status;
 }
 
+// The Prefetch files of an image go to the target folder under their own
+// names, as the files of a batch do.
+int decompress_image(kito_user_context& context)
+{
+    make_directory(context.m_decompress_target);
+    image_source source;
+    if (!source.open(context.m_image_path)) return -1;
+    int status = -1;
+    decode_buffers buffers;
+    for (image_file const& file : source.files()) {
+        prefetch_entry entry;
+        // A name from the image never leads out of the target folder.
+        if (file.name.find('/') != std::string::npos || !image_file_wanted(context, file)) continue;
+        if (!read_image_file(source, file, buffers, entry)) continue;
+        container_decompressor decompressor;
+        if (!decompressor.decompress_container(buffers.file_bytes)) {
+            std::fprintf(stderr, "Prob decoding file %s \n", file.display_name.c_str());
+            continue;
+        }
+        if (write_unpacked(decompressor, context.m_image_path, context.m_decompress_target + "/" + file.name))
+            status = 0;
+    }
+    return status;
+}
+
 } // namespace
 
 bool process_prefetch_files(kito_user_context& context, std::ostream& out)
 {
     if (context.m_scan_volume) return process_volume_scan(context, out);
+    if (context.m_image_given) return process_image(context, out);
     if (batch_asked(context)) return process_batch(context, out);
     // A single file: the option pass has just cleared the context.
     context.m_file_base_name = file_name_of(context.m_file_path);
@@ -94,5 +124,6 @@ bool process_prefetch_files(kito_user_context& context, std::ostream& out)
 
 int run_decompress_mode(kito_user_context& context, arg_list const& list)
 {
+    if (context.m_image_given) return decompress_image(context);
     return batch_asked(context) ? decompress_batch(context) : decompress_single(context, list);
 }

@@ -359,3 +359,16 @@ bool file_stat(std::wstring const& path, std::uint64_t& size, std::uint32_t& mod
     accessed = static_cast<std::uint64_t>(info.st_atime);
     return true;
 }
+
+bool file_birth_time(std::string const& path, std::int64_t& seconds, std::uint32_t& nanoseconds)
+{
+    seconds = 0;
+    nanoseconds = 0;
+    struct statx facts {};
+    if (path.empty() || ::statx(AT_FDCWD, path.c_str(), 0, STATX_BTIME, &facts) != 0) return false;
+    // Ext4, XFS and Btrfs keep a birth time; others leave the mask bit clear.
+    if ((facts.stx_mask & STATX_BTIME) == 0) return false;
+    seconds = facts.stx_btime.tv_sec;
+    nanoseconds = facts.stx_btime.tv_nsec;
+    return true;
+}

@@ -177,3 +177,5 @@ bool same_file(std::string const& first, std::string const& second);
 // Size, mode, and the raw unix seconds of st_ctime, st_mtime, st_atime.
 bool file_stat(std::wstring const& path, std::uint64_t& size, std::uint32_t& mode, std::uint64_t& changed,
                std::uint64_t& modified, std::uint64_t& accessed);
+// The file's birth time, where its file system keeps one; false otherwise.
+bool file_birth_time(std::string const& path, std::int64_t& seconds, std::uint32_t& nanoseconds);

@@ -13,9 +13,6 @@
 
 namespace {
 
-// Only the first 16 MiB of an input are decoded; no Prefetch file comes near.
-constexpr std::uint32_t read_limit = 0x1000000;
-
 // Notes why the file is refused; the result is always false.
 bool refuse(prefetch_entry& entry, decode_failure failure)
 {
@@ -55,6 +52,10 @@ bool read_file_facts(std::wstring const& path, prefetch_entry& entry)
     entry.input_accessed = unix_to_filetime(accessed);
     entry.input_unused_time = 0;
     entry.input_stats_changed = unix_to_filetime(changed);
+    std::int64_t born = 0;
+    std::uint32_t born_nanoseconds = 0;
+    if (file_birth_time(wide_to_utf8(path), born, born_nanoseconds) && born >= 0)
+        entry.input_created = unix_to_filetime(static_cast<std::uint64_t>(born)) + born_nanoseconds / 100;
     entry.input_time_label = "Time last run";
     entry.input_time_source = "pf";
     entry.input_time_kind = 1;
@@ -73,22 +74,31 @@ decode_failure read_failure(std::wstring const& path)
 
 } // namespace
 
-bool load_prefetch_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry,
-                        std::string& version_label)
+bool read_prefetch_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry)
 {
     std::wstring const wide_path = utf8_to_wide(path);
     buffers.trim();
-    std::vector<std::uint8_t>& bytes = buffers.file_bytes;
-    if (!read_file_prefix(path, read_limit, bytes) || bytes.empty()) {
+    if (!read_file_prefix(path, read_limit, buffers.file_bytes) || buffers.file_bytes.empty()) {
         std::fprintf(stderr, "prob reading file %s\n", path.c_str());
         return refuse(entry, read_failure(wide_path));
     }
     if (!read_file_facts(wide_path, entry)) return refuse(entry, decode_failure::unreadable);
+    return true;
+}
 
+bool decode_input_bytes(decode_buffers& buffers, prefetch_entry& entry, std::string& version_label)
+{
+    std::vector<std::uint8_t> const& bytes = buffers.file_bytes;
     std::uint8_t const* data = bytes.data();
     auto size = static_cast<std::uint32_t>(bytes.size());
     if (!unwrap_container(data, size, buffers.outer, entry)) return false;
     return decode_prefetch_buffer(data, size, buffers.inner, entry, version_label);
+}
+
+bool load_prefetch_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry,
+                        std::string& version_label)
+{
+    return read_prefetch_file(path, buffers, entry) && decode_input_bytes(buffers, entry, version_label);
 }
 
 bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, container_decompressor& inner,

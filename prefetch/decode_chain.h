@@ -8,6 +8,16 @@
 #include "prefetch/decode_buffers.h"
 #include "prefetch/prefetch_entry.h"
 
+// Only the first 16 MiB of an input are decoded; no Prefetch file comes near.
+constexpr std::uint32_t read_limit = 0x1000000;
+
+// Reads the first 16 MiB of the file at path (UTF-8) into buffers.file_bytes,
+// with its file-system facts into the entry. Says "prob reading file" on
+// standard error when nothing can be read.
+bool read_prefetch_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry);
+// The one step every input goes through once its bytes are read, from a file
+// or from an image: the outer container unwrapped, then the Prefetch buffer.
+bool decode_input_bytes(decode_buffers& buffers, prefetch_entry& entry, std::string& version_label);
 // Reads the first 16 MiB of the file at path (UTF-8) into buffers, with its
 // file-system facts, and decodes it. Says "prob reading file" on standard
 // error when nothing can be read.

@@ -18,10 +18,23 @@ struct ntfs_file_reference {
 // File references by the offset of the file string they belong to.
 using file_reference_map = ordered_pairs<ntfs_file_reference>;
 
+// Where a file read from a disk image lies, so that an examiner can find it
+// again with the image tools: the partition by its byte offset, the file by
+// its MFT record and by its path inside the volume as stored there.
+struct image_location {
+    bool present = false;   // the file came from an image
+    std::string image_path; // as given
+    std::uint64_t partition_offset = 0;
+    std::uint64_t mft_entry = 0;
+    std::uint16_t mft_sequence = 0;
+    std::string path_in_volume;
+};
+
 // Why the chain refused a file; none while it has not.
 enum class decode_failure {
     none,
     unreadable, // cannot be opened or its file-system facts are missing
+    too_large,  // a file in an image larger than the 16 MiB read limit
     empty_file,
     not_prefetch,        // too short, or no "SCCA" after unwrapping
     container_broken,    // a container that yields nothing
@@ -42,9 +55,11 @@ struct prefetch_entry {
     std::uint64_t input_accessed = 0;
     std::uint64_t input_unused_time = 0; // a fourth slot of the same record, always zero
     std::uint64_t input_stats_changed = 0;
-    std::string input_time_label;  // "Time last run"
-    std::string input_time_source; // short source tag
+    std::uint64_t input_created = 0; // 0 where the file system keeps no birth time
+    std::string input_time_label;    // "Time last run"
+    std::string input_time_source;   // short source tag
     std::uint32_t input_time_kind = 0;
+    image_location image;
 
     // What decoding saw of the file as a whole.
     decode_failure failure = decode_failure::none;

@@ -43,14 +43,18 @@ bool write_bodyfile_report(std::ostream& out, report_subject const& file, report
     record.times.m = bodyfile_seconds(entry.input_modified);
     record.times.a = bodyfile_seconds(entry.input_accessed);
     record.times.c = bodyfile_seconds(entry.last_run);
-    record.times.b = bodyfile_seconds(created_time(entry));
+    // NTFS keeps a created time for a file read from an image. A copy on a
+    // Linux file system has none to trust, and the column keeps what it
+    // always held there: the change time, or the run of a single-run program.
+    bool const ntfs_created = entry.image.present;
+    record.times.b = bodyfile_seconds(ntfs_created ? entry.input_created : created_time(entry));
     record.name = label + "; run count: " + std::to_string(entry.run_count) + "; app run: " + entry.target_path;
     write_bodyfile_record(state.header_pending, out, record);
 
     for (auto it = entry.prev_run_times.rbegin(); it != entry.prev_run_times.rend(); ++it) {
         bodyfile_record copy = record; // the size stays
         copy.times.m = copy.times.a = copy.times.c = bodyfile_seconds(*it);
-        copy.times.b = bodyfile_seconds(entry.input_stats_changed);
+        copy.times.b = bodyfile_seconds(ntfs_created ? entry.input_created : entry.input_stats_changed);
         copy.name = label + "; not last time run - but prevtime; app run: " + entry.target_path;
         write_bodyfile_record(state.header_pending, out, copy);
     }

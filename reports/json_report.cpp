@@ -162,6 +162,7 @@ char const* failure_text(decode_failure failure)
 {
     switch (failure) {
     case decode_failure::unreadable: return "cannot be read";
+    case decode_failure::too_large: return "larger than 16 MiB";
     case decode_failure::empty_file: return "empty file";
     case decode_failure::not_prefetch: return "not a Prefetch file";
     case decode_failure::container_broken: return "container does not decompress";
@@ -180,6 +181,17 @@ void add_input(json_object& record, report_subject const& file)
     record.text("path", file.file_path).text("file_name", file.file_base_name);
     record.number("file_size", e.input_file_size).raw("file_modified", json_time(e.input_modified));
     record.raw("file_accessed", json_time(e.input_accessed)).raw("file_changed", json_time(e.input_stats_changed));
+    record.raw("file_created", json_time(e.input_created));
+}
+
+// Where in an image the file lies; nothing for a file read from the file system.
+void add_image_location(json_object& record, image_location const& image)
+{
+    if (!image.present) return;
+    json_object place;
+    place.text("path", image.image_path).number("partition_offset", image.partition_offset);
+    place.number("mft_entry", image.mft_entry).number("mft_sequence", image.mft_sequence);
+    record.raw("image", place.text("path_in_volume", image.path_in_volume).close());
 }
 
 void add_hashes(json_object& record, report_subject const& file)
@@ -236,6 +248,7 @@ void put_prefetch_record(std::ostream& out, report_subject const& file, report_s
     json_object record;
     record.text("record", "prefetch");
     add_input(record, file);
+    add_image_location(record, e.image);
     record.number("format_version", e.format_version).text("label", file.version_label);
     record.raw("container", container_json(e.container_kinds)).number("decoded_size", e.decoded_size);
     record.text("executable", e.target_name).text("executable_path", e.target_path);
@@ -264,6 +277,7 @@ json_object error_record(report_subject const& file, report_settings const& sett
     json_object record;
     record.text("record", "error").text("path", file.file_path);
     record.text("error", failure_text(file.entry.failure));
+    add_image_location(record, file.entry.image);
     add_examiner_tags(record, settings);
     return record;
 }

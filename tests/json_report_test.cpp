@@ -145,6 +145,7 @@ TEST(JsonReport, WholePrefetchRecord)
     EXPECT_EQ(record_of(e, pf, settings),
               R"({"record":"prefetch","path":"/cases/NOTEPAD.EXE-D8414F97.pf","file_name":"NOTEPAD.EXE-D8414F97.pf",)"
               R"("file_size":23042,"file_modified":"2014-05-19T19:06:40.0000000Z","file_accessed":null,"file_changed":null,)"
+              R"("file_created":null,)"
               R"("format_version":30,"label":"Win10 Prefetch","container":"MAM","decoded_size":31744,)"
               R"("executable":"NOTEPAD.EXE","executable_path":"\\VOLUME{1}\\NOTEPAD.EXE","prefetch_hash":"D8414F97",)"
               R"("name_hash":"D8414F97","hash_matches_name":true,"run_count":5,)"
