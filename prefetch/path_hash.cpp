@@ -1,5 +1,6 @@
 #include "prefetch/path_hash.h"
 
+#include <array>
 #include <optional>
 #include <string_view>
 
@@ -54,24 +55,50 @@ std::size_t volume_guid_end(std::string const& path)
     return brace == std::string::npos ? 0 : brace + 1;
 }
 
-// The form of the candidate that hashes to `wanted`, if one does.
-std::optional<std::string> matching_form(std::string const& path, std::uint32_t version, std::uint32_t wanted)
-{
-    std::size_t const guid_end = volume_guid_end(path);
-    if (guid_end == 0) {
-        if (finish(version, feed(seed_of(version), path).value) == wanted) return path;
+std::string device_path(std::uint32_t volume) { return "\\DEVICE\\HARDDISKVOLUME" + std::to_string(volume); }
+
+// Tries the candidates of one file. The sums of the 64 device paths are made
+// once, when the first \VOLUME{...} candidate comes: a hostile file may hold
+// hundreds of thousands of candidates.
+class path_hash_search {
+public:
+    path_hash_search(std::uint32_t version, std::uint32_t wanted) : m_version(version), m_wanted(wanted) {}
+
+    // The form of the candidate that hashes to the wanted value, if one does.
+    std::optional<std::string> matching_form(std::string const& path)
+    {
+        std::size_t const guid_end = volume_guid_end(path);
+        if (guid_end == 0) {
+            if (finish(m_version, feed(seed_of(m_version), path).value) == m_wanted) return path;
+            return std::nullopt;
+        }
+        // The rest is the same on every volume: it is hashed once.
+        std::string const rest = path.substr(guid_end);
+        running_hash const tail = feed(0, rest);
+        std::array<std::uint32_t, highest_volume> const& devices = device_sums();
+        for (std::uint32_t volume = 1; volume <= highest_volume; ++volume) {
+            if (finish(m_version, devices[volume - 1] * tail.scale + tail.value) == m_wanted)
+                return device_path(volume) + rest;
+        }
         return std::nullopt;
     }
-    // The rest is the same on every volume: it is hashed once.
-    std::string const rest = path.substr(guid_end);
-    running_hash const tail = feed(0, rest);
-    for (std::uint32_t volume = 1; volume <= highest_volume; ++volume) {
-        std::string const device = "\\DEVICE\\HARDDISKVOLUME" + std::to_string(volume);
-        std::uint32_t const sum = feed(seed_of(version), device).value * tail.scale + tail.value;
-        if (finish(version, sum) == wanted) return device + rest;
+
+private:
+    std::array<std::uint32_t, highest_volume> const& device_sums()
+    {
+        if (!m_devices_summed) {
+            for (std::uint32_t volume = 1; volume <= highest_volume; ++volume)
+                m_device_sums[volume - 1] = feed(seed_of(m_version), device_path(volume)).value;
+            m_devices_summed = true;
+        }
+        return m_device_sums;
     }
-    return std::nullopt;
-}
+
+    std::uint32_t m_version;
+    std::uint32_t m_wanted;
+    std::array<std::uint32_t, highest_volume> m_device_sums{};
+    bool m_devices_summed = false;
+};
 
 bool names_program(std::string const& path, std::string const& name)
 {
@@ -85,10 +112,11 @@ void check_path_hash(prefetch_entry& entry)
 {
     entry.path_hash = path_hash_check::no_candidate;
     entry.hash_path.clear();
+    path_hash_search search(entry.format_version, entry.prefetch_hash);
     for (auto const& [offset, path] : entry.file_strings) {
         if (!names_program(path, entry.target_name)) continue;
         entry.path_hash = path_hash_check::not_matched;
-        if (auto hashed = matching_form(path, entry.format_version, entry.prefetch_hash)) {
+        if (auto hashed = search.matching_form(path)) {
             entry.path_hash = path_hash_check::matched;
             entry.hash_path = std::move(*hashed);
             return;
