@@ -8,6 +8,7 @@
 #include "prefetch/decode_buffers.h"
 #include "prefetch/prefetch_entry.h"
 #include "reports/field_output.h"
+#include "reports/json_report.h"
 
 class kito_user_context : public cmd_params {
 public:
@@ -28,6 +29,7 @@ public:
     // Input files handed to the decoder in this run, and those reported.
     std::uint64_t m_files_handled = 0;
     std::uint64_t m_files_reported = 0;
+    json_tally m_json_tally; // what the -json summary counts beside those
     decode_buffers m_buffers;
 
     // Report state: the columns of the delimited table, fixed by the first file.

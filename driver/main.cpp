@@ -103,7 +103,8 @@ int run(arg_list& list)
     if (context.m_fmt_json) write_json_run_record(*results, describe_run(given, context.m_run_started));
     else *results << header.str() << '\n';
     int const status = run_mode(context, list, *results);
-    if (context.m_fmt_json) write_json_summary(*results, context.m_files_handled, context.m_files_reported);
+    if (context.m_fmt_json)
+        write_json_summary(*results, context.m_files_handled, context.m_files_reported, context.m_json_tally);
     if (context.m_results_path.empty()) return status;
     return finish_results_file(*results, results_file, context.m_results_path, status);
 }

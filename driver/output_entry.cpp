@@ -50,6 +50,7 @@ report_settings settings_of(kito_user_context const& options)
     s.user_name_given = options.m_user_name_given;
     s.host_name_given = options.m_host_name_given;
     s.program_name = options.m_program_name;
+    s.run_started = options.m_run_started;
     s.show_prev_runs = options.m_show_prev_runs;
     s.show_prefetch_path = options.m_show_prefetch_path;
     return s;
@@ -88,7 +89,8 @@ bool write_bodyfile_report(std::ostream& out, kito_user_context& context)
 
 bool write_json_report(std::ostream& out, kito_user_context& context, bool decoded)
 {
-    return context.m_fmt_json && write_json_report(out, subject_of(context), settings_of(context), decoded);
+    return context.m_fmt_json &&
+           write_json_report(out, subject_of(context), settings_of(context), decoded, context.m_json_tally);
 }
 
 bool write_prefetch_report(std::ostream& out, kito_user_context& context, bool decoded)

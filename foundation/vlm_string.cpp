@@ -1,5 +1,6 @@
 #include "foundation/vlm_string.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstring>
@@ -198,6 +199,13 @@ bool equal_ignore_case(std::string& a, std::string& b)
     to_lower_narrow(a);
     to_lower_narrow(b);
     return a == b;
+}
+
+bool starts_with_ignore_case(std::string_view text, std::string_view prefix)
+{
+    auto const lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+    return text.size() >= prefix.size() &&
+           std::equal(prefix.begin(), prefix.end(), text.begin(), [&](char a, char b) { return lower(a) == lower(b); });
 }
 
 // Each element is looked at once, so a `to` inside the searched set is

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // Gives UTF-8 of each element by its range alone (a UTF-16 surrogate becomes
@@ -29,6 +30,8 @@ std::wstring& to_lower_wide(std::wstring& text);
 // True when the two are equal but for A-Z case; both are left lower-cased when
 // their lengths agree.
 bool equal_ignore_case(std::string& a, std::string& b);
+// True when `text` begins with `prefix`, A-Z matching a-z.
+bool starts_with_ignore_case(std::string_view text, std::string_view prefix);
 // Every `from` (and its other case with `ignore_case`) becomes `to`; each
 // element is looked at once.
 void substitute_char(std::string& text, char from, char to, bool ignore_case);

@@ -3,11 +3,13 @@
 #include <cstdio>
 #include <vector>
 
+#include "foundation/sha256.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_string.h"
 #include "foundation/vlm_time.h"
 #include "prefetch/container_decompressor.h"
 #include "prefetch/file_metrics.h"
+#include "prefetch/path_hash.h"
 #include "prefetch/prefetch_header.h"
 #include "prefetch/section_tables.h"
 
@@ -72,6 +74,14 @@ decode_failure read_failure(std::wstring const& path)
     return empty ? decode_failure::empty_file : decode_failure::unreadable;
 }
 
+// The digest of the input for its chain of custody, from the bytes in hand.
+// A file cut at the read limit (or changed since it was measured) keeps none:
+// the digest of a part would not be the file's.
+void note_input_digest(std::vector<std::uint8_t> const& bytes, prefetch_entry& entry)
+{
+    if (bytes.size() == entry.input_file_size) entry.input_sha256 = sha256_hex(bytes);
+}
+
 } // namespace
 
 bool read_prefetch_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry)
@@ -89,6 +99,7 @@ bool read_prefetch_file(std::string const& path, decode_buffers& buffers, prefet
 bool decode_input_bytes(decode_buffers& buffers, prefetch_entry& entry, std::string& version_label)
 {
     std::vector<std::uint8_t> const& bytes = buffers.file_bytes;
+    note_input_digest(bytes, entry);
     std::uint8_t const* data = bytes.data();
     auto size = static_cast<std::uint32_t>(bytes.size());
     if (!unwrap_container(data, size, buffers.outer, entry)) return false;
@@ -116,7 +127,8 @@ bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, contai
     std::wstring exe_name = read_exe_name(buf);
     if (!exe_name.empty()) entry.target_name = wide_to_utf8(exe_name);
     // A layout without run information is no failure: count and time stay 0.
-    if (read_run_info(entry.last_run, entry.run_count, data)) entry.entry_times.insert(entry.last_run);
+    entry.run_count_known = read_run_info(entry.last_run, entry.run_count, data);
+    if (entry.run_count_known) entry.entry_times.insert(entry.last_run);
 
     if (!decode_file_strings(entry.file_strings, exe_name, data, size))
         return refuse(entry, decode_failure::strings_past_end);
@@ -126,5 +138,6 @@ bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, contai
 
     version_label = find_layout(buf).label;
     harvest_prev_run_times(entry.prev_run_times, buf);
+    check_path_hash(entry);
     return true;
 }

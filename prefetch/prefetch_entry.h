@@ -44,6 +44,13 @@ enum class decode_failure {
     exception, // out of memory or another fault while decoding
 };
 
+// Whether the header's path hash is that of one of the file's own paths.
+enum class path_hash_check {
+    no_candidate, // no loaded-file path names the program
+    matched,
+    not_matched, // typical of hosting programs, whose command line is hashed too
+};
+
 struct prefetch_entry {
     std::uint32_t run_count = 0;
     std::string target_name;
@@ -60,6 +67,7 @@ struct prefetch_entry {
     std::string input_time_source;   // short source tag
     std::uint32_t input_time_kind = 0;
     image_location image;
+    std::string input_sha256; // of the bytes as read, in hex; "" when not the whole file
 
     // What decoding saw of the file as a whole.
     decode_failure failure = decode_failure::none;
@@ -67,6 +75,9 @@ struct prefetch_entry {
     std::uint32_t decoded_size = 0;             // bytes of the plain Prefetch buffer
     std::uint32_t format_version = 0;
     std::uint32_t prefetch_hash = 0; // hash of the program's path, as Windows names the file
+    path_hash_check path_hash = path_hash_check::no_candidate;
+    std::string hash_path;        // the form of a path that gave prefetch_hash, when matched
+    bool run_count_known = false; // the layout stores a run count and it was read
 
     std::uint64_t last_run = 0;
     std::set<std::uint64_t> entry_times;

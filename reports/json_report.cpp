@@ -175,6 +175,12 @@ char const* failure_text(decode_failure failure)
     return "could not be decoded";
 }
 
+// The digest of the input as read; null when it was not read whole.
+void add_sha256(json_object& record, prefetch_entry const& e)
+{
+    record.raw("sha256", e.input_sha256.empty() ? "null" : json_string(e.input_sha256));
+}
+
 void add_input(json_object& record, report_subject const& file)
 {
     prefetch_entry const& e = file.entry;
@@ -182,6 +188,7 @@ void add_input(json_object& record, report_subject const& file)
     record.number("file_size", e.input_file_size).raw("file_modified", json_time(e.input_modified));
     record.raw("file_accessed", json_time(e.input_accessed)).raw("file_changed", json_time(e.input_stats_changed));
     record.raw("file_created", json_time(e.input_created));
+    add_sha256(record, e);
 }
 
 // Where in an image the file lies; nothing for a file read from the file system.
@@ -205,6 +212,21 @@ void add_hashes(json_object& record, report_subject const& file)
     }
     bool const matches = std::strtoul(name_hash.c_str(), nullptr, 16) == hash;
     record.text("name_hash", name_hash).raw("hash_matches_name", matches ? "true" : "false");
+}
+
+void add_path_hash(json_object& record, prefetch_entry const& e)
+{
+    bool const matched = e.path_hash == path_hash_check::matched;
+    record.raw("hash_matches_path", matched ? "true" : e.path_hash == path_hash_check::not_matched ? "false" : "null");
+    record.raw("hash_path", matched ? json_string(e.hash_path) : "null");
+}
+
+void count_file(json_tally& tally, prefetch_entry const& e, std::vector<finding> const& found)
+{
+    ++(e.path_hash == path_hash_check::matched       ? tally.path_hash_matched
+       : e.path_hash == path_hash_check::not_matched ? tally.path_hash_not_matched
+                                                     : tally.path_hash_unchecked);
+    for (finding const which : found) ++tally.with_finding[static_cast<std::size_t>(which)];
 }
 
 void add_runs(json_object& record, prefetch_entry const& e)
@@ -242,9 +264,11 @@ void add_examiner_tags(json_object& record, report_settings const& settings)
     if (settings.user_name_given) record.text("user", settings.user_name);
 }
 
-void put_prefetch_record(std::ostream& out, report_subject const& file, report_settings const& settings)
+void put_prefetch_record(std::ostream& out, report_subject const& file, report_settings const& settings,
+                         json_tally& tally)
 {
     prefetch_entry const& e = file.entry;
+    std::vector<finding> const found = find_inconsistencies(e, settings.run_started);
     json_object record;
     record.text("record", "prefetch");
     add_input(record, file);
@@ -253,7 +277,9 @@ void put_prefetch_record(std::ostream& out, report_subject const& file, report_s
     record.raw("container", container_json(e.container_kinds)).number("decoded_size", e.decoded_size);
     record.text("executable", e.target_name).text("executable_path", e.target_path);
     add_hashes(record, file);
+    add_path_hash(record, e);
     add_runs(record, e);
+    record.raw("findings", json_array(found, [](finding which) { return json_string(finding_code(which)); }));
     auto const one_file = [&e](auto const& string) {
         auto const& [offset, name] = string;
         return file_json(e, offset, name);
@@ -270,12 +296,14 @@ void put_prefetch_record(std::ostream& out, report_subject const& file, report_s
     if (!tags.members().empty()) put_text(out, ",");
     put_text(out, tags.members());
     put_text(out, "}\n");
+    count_file(tally, e, found);
 }
 
 json_object error_record(report_subject const& file, report_settings const& settings)
 {
     json_object record;
     record.text("record", "error").text("path", file.file_path);
+    add_sha256(record, file.entry);
     record.text("error", failure_text(file.entry.failure));
     add_image_location(record, file.entry.image);
     add_examiner_tags(record, settings);
@@ -315,16 +343,23 @@ void write_json_run_record(std::ostream& out, json_run_facts const& facts)
     put_record(out, record.raw("arguments", json_array(facts.arguments, json_string)));
 }
 
-bool write_json_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded)
+bool write_json_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded,
+                       json_tally& tally)
 {
-    if (decoded) put_prefetch_record(out, file, settings);
+    if (decoded) put_prefetch_record(out, file, settings, tally);
     else put_record(out, error_record(file, settings));
     return decoded;
 }
 
-void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported)
+void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported, json_tally const& tally)
 {
     json_object record;
     record.text("record", "summary").number("files", files).number("reported", reported);
-    put_record(out, record.number("failed", files - reported));
+    record.number("failed", files - reported).number("path_hash_matched", tally.path_hash_matched);
+    record.number("path_hash_not_matched", tally.path_hash_not_matched);
+    record.number("path_hash_unchecked", tally.path_hash_unchecked);
+    json_object by_finding;
+    for (finding const which : all_findings)
+        by_finding.number(finding_code(which), tally.with_finding[static_cast<std::size_t>(which)]);
+    put_record(out, record.raw("findings", by_finding.close()));
 }

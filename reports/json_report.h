@@ -4,12 +4,14 @@
 // Every line is one JSON object in UTF-8 that parses on its own, and keeps
 // what the other forms drop: the format version, the hashes, the NTFS file
 // references, full-precision times and the reason a file was refused.
+#include <array>
 #include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "prefetch/consistency.h"
 #include "reports/report_settings.h"
 
 // What the run record says about the run.
@@ -32,8 +34,18 @@ std::string json_string(std::string_view text);
 // fraction, or null for a time that is not valid (zero, before 1970, after 3000).
 std::string json_time(std::uint64_t filetime);
 
+// What the summary record counts of the files reported, beside the totals.
+struct json_tally {
+    std::uint64_t path_hash_matched = 0;
+    std::uint64_t path_hash_not_matched = 0;
+    std::uint64_t path_hash_unchecked = 0;                         // no path names the program
+    std::array<std::uint64_t, all_findings.size()> with_finding{}; // files, by finding
+};
+
 void write_json_run_record(std::ostream& out, json_run_facts const& facts);
 // The record of the file in hand: "prefetch" when it was decoded, otherwise
-// "error" with the reason the decoder gave. The result is `decoded`.
-bool write_json_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded);
-void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported);
+// "error" with the reason the decoder gave. A "prefetch" record is counted in
+// `tally`. The result is `decoded`.
+bool write_json_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded,
+                       json_tally& tally);
+void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported, json_tally const& tally);

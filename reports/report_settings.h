@@ -1,6 +1,7 @@
 #pragma once
 // What a writer works from: the file it reports on, the options it reads,
 // and the state the delimited writers carry from one file of a run to the next.
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -38,7 +39,8 @@ struct report_settings {
     std::string host_name;
     bool user_name_given = false;
     bool host_name_given = false;
-    std::string program_name; // how kito was called, for the timeline's format column
+    std::string program_name;      // how kito was called, for the timeline's format column
+    std::uint64_t run_started = 0; // FILETIME; a run time after it is a finding
 };
 
 // What the delimited writers change as they go: whether the header line is

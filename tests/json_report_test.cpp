@@ -105,7 +105,8 @@ std::string const pf = "NOTEPAD.EXE-D8414F97.pf", pf_path = "/cases/" + pf, labe
 std::string record_of(prefetch_entry const& entry, std::string const& name = pf, report_settings const& settings = {})
 {
     std::ostringstream out;
-    EXPECT_TRUE(write_json_report(out, {entry, pf_path, name, label}, settings, true));
+    json_tally tally;
+    EXPECT_TRUE(write_json_report(out, {entry, pf_path, name, label}, settings, true, tally));
     return out.str();
 }
 
@@ -145,13 +146,14 @@ TEST(JsonReport, WholePrefetchRecord)
     EXPECT_EQ(record_of(e, pf, settings),
               R"({"record":"prefetch","path":"/cases/NOTEPAD.EXE-D8414F97.pf","file_name":"NOTEPAD.EXE-D8414F97.pf",)"
               R"("file_size":23042,"file_modified":"2014-05-19T19:06:40.0000000Z","file_accessed":null,"file_changed":null,)"
-              R"("file_created":null,)"
+              R"("file_created":null,"sha256":null,)"
               R"("format_version":30,"label":"Win10 Prefetch","container":"MAM","decoded_size":31744,)"
               R"("executable":"NOTEPAD.EXE","executable_path":"\\VOLUME{1}\\NOTEPAD.EXE","prefetch_hash":"D8414F97",)"
-              R"("name_hash":"D8414F97","hash_matches_name":true,"run_count":5,)"
+              R"("name_hash":"D8414F97","hash_matches_name":true,"hash_matches_path":null,"hash_path":null,"run_count":5,)"
               R"("last_run":"2016-02-15T08:53:20.0000001Z","last_run_filetime":131000000000000001,)"
               R"("previous_runs":[null,"2012-12-14T23:06:40.0000000Z"],)"
               R"("previous_runs_filetime":[500000000000000000,130000000000000000],)"
+              R"("findings":["run_after_file_modified","run_in_future"],)"
               R"("files":[{"path":"\\VOLUME{1}\\NTDLL.DLL","mft_entry":25654,"mft_sequence":1},)"
               R"({"path":"\\VOLUME{1}\\NOTEPAD.EXE","mft_entry":null,"mft_sequence":null}],)"
               R"("volumes":[{"device_path":"\\VOLUME{1}","created":null,"created_filetime":0,"serial":"a4c3-00f1",)"

@@ -1,0 +1,25 @@
+#pragma once
+// What stands out when a decoded file's own facts are held against each other
+// and against the moment of the run: signs of a file that was edited, planted
+// or copied without its times. Each finding is a hint to look closer, not a
+// verdict.
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "prefetch/prefetch_entry.h"
+
+enum class finding {
+    runs_exceed_count,       // more valid run times stored than the run count says
+    run_after_file_modified, // last run over 2 s after the file's modified time
+    run_in_future,           // a stored run time later than the start of the run
+};
+constexpr std::array<finding, 3> all_findings = {finding::runs_exceed_count, finding::run_after_file_modified,
+                                                 finding::run_in_future};
+
+// The short code that reports show: "runs_exceed_count", ...
+char const* finding_code(finding which);
+
+// The findings of the entry, in the order of all_findings. run_started is the
+// start of the run as a FILETIME.
+std::vector<finding> find_inconsistencies(prefetch_entry const& entry, std::uint64_t run_started);
