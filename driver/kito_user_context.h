@@ -8,6 +8,7 @@
 #include "prefetch/decode_buffers.h"
 #include "prefetch/prefetch_entry.h"
 #include "reports/field_output.h"
+#include "reports/html_report.h"
 
 class kito_user_context : public cmd_params {
 public:
@@ -32,6 +33,8 @@ public:
 
     // Report state: the columns of the delimited table, fixed by the first file.
     std::vector<field_cell> m_column_list;
+    // What the HTML page carries from one file to the next.
+    html_page_state m_html_page;
 };
 
 // Reset, forced long form, the common pass, and what is particular to Prefetch.

@@ -5,11 +5,12 @@
 #include <ostream>
 
 #include "driver/kito_user_context.h"
+#include "reports/report_texts.h"
 
 // Decode context.m_file_path and write one report. Never lets an exception pass.
 bool output_prefetch_entry(std::ostream& out, kito_user_context& context);
 // The writer the format options choose, over the entry decoded last; `decoded`
-// says whether decoding succeeded (only the JSON form reports a failure).
+// says whether decoding succeeded (only the JSON and HTML forms report a failure).
 bool write_prefetch_report(std::ostream& out, kito_user_context& context, bool decoded);
 bool load_prefetch_file(kito_user_context& context);
 bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_user_context& context);
@@ -21,3 +22,8 @@ bool write_csv_report(std::ostream& out, kito_user_context& context);
 bool write_timeline_report(std::ostream& out, kito_user_context& context);
 bool write_bodyfile_report(std::ostream& out, kito_user_context& context);
 bool write_json_report(std::ostream& out, kito_user_context& context, bool decoded);
+bool write_html_report(std::ostream& out, kito_user_context& context, bool decoded);
+// The HTML page's head and run section, with the examiner's tags; and its end,
+// with the run's counts.
+void write_html_head(std::ostream& out, kito_user_context& context, run_facts const& facts);
+void write_html_end(std::ostream& out, kito_user_context& context);

@@ -6,9 +6,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "foundation/vlm_time.h"
-#include "prefetch/container_decompressor.h"
 #include "reports/field_output.h"
+#include "reports/report_texts.h"
 
 namespace {
 
@@ -80,30 +79,6 @@ std::string unit_escape(std::uint32_t unit)
     return text;
 }
 
-// Length of the UTF-8 sequence that `text` begins with, and its code point;
-// 0 when the first byte begins no well-formed sequence. The three-byte forms
-// of surrogates are let through: the caller escapes them.
-std::size_t utf8_sequence(std::string_view text, std::uint32_t& code_point)
-{
-    auto const byte = [text](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
-    std::uint8_t const lead = byte(0);
-    std::size_t const length = lead < 0x80   ? 1
-                               : lead < 0xc2 ? 0
-                               : lead < 0xe0 ? 2
-                               : lead < 0xf0 ? 3
-                               : lead < 0xf5 ? 4
-                                             : 0;
-    if (length == 0 || length > text.size()) return 0;
-    code_point = length == 1 ? lead : lead & (0x7fu >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xc0) != 0x80) return 0;
-        code_point = code_point << 6 | (byte(i) & 0x3fu);
-    }
-    // Overlong forms and values past U+10FFFF are not UTF-8.
-    static constexpr std::uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
-    return code_point >= least[length] && code_point <= 0x10ffff ? length : 0;
-}
-
 // How many leading bytes are printable ASCII other than the quote and the
 // backslash: the bulk of any path, copied as one run.
 std::size_t plain_run(std::string_view text)
@@ -127,13 +102,6 @@ std::size_t append_character(std::string& out, std::string_view text)
     return length == 0 ? 1 : length;
 }
 
-std::string hash_text(std::uint32_t hash)
-{
-    char text[12];
-    std::snprintf(text, sizeof text, "%08X", hash);
-    return text;
-}
-
 // Windows names a Prefetch file after the program and the hash of its path:
 // "CMD.EXE-4A81B364.pf". Empty when the name carries no such eight digits.
 std::string name_hash_of(std::string const& file_name)
@@ -145,33 +113,6 @@ std::string name_hash_of(std::string const& file_name)
     bool const hex = digits.size() == 8 &&
                      std::all_of(digits.begin(), digits.end(), [](unsigned char c) { return std::isxdigit(c); });
     return hex ? digits : std::string();
-}
-
-std::string container_json(std::vector<std::uint32_t> const& kinds)
-{
-    if (kinds.empty()) return "null";
-    std::string names;
-    for (std::uint32_t kind : kinds) {
-        if (!names.empty()) names += '/';
-        names += kind == container_mam ? "MAM" : kind == container_mem0 ? "MEM0" : "xpress";
-    }
-    return json_string(names);
-}
-
-char const* failure_text(decode_failure failure)
-{
-    switch (failure) {
-    case decode_failure::unreadable: return "cannot be read";
-    case decode_failure::empty_file: return "empty file";
-    case decode_failure::not_prefetch: return "not a Prefetch file";
-    case decode_failure::container_broken: return "container does not decompress";
-    case decode_failure::container_too_large: return "container declares more than 16 MiB";
-    case decode_failure::strings_past_end: return "strings section past the end";
-    case decode_failure::volumes_past_end: return "volumes section past the end";
-    case decode_failure::none:
-    case decode_failure::exception: break;
-    }
-    return "could not be decoded";
 }
 
 void add_input(json_object& record, report_subject const& file)
@@ -237,7 +178,8 @@ void put_prefetch_record(std::ostream& out, report_subject const& file, report_s
     record.text("record", "prefetch");
     add_input(record, file);
     record.number("format_version", e.format_version).text("label", file.version_label);
-    record.raw("container", container_json(e.container_kinds)).number("decoded_size", e.decoded_size);
+    record.raw("container", e.container_kinds.empty() ? "null" : json_string(container_names(e.container_kinds)))
+        .number("decoded_size", e.decoded_size);
     record.text("executable", e.target_name).text("executable_path", e.target_path);
     add_hashes(record, file);
     add_runs(record, e);
@@ -263,7 +205,7 @@ json_object error_record(report_subject const& file, report_settings const& sett
 {
     json_object record;
     record.text("record", "error").text("path", file.file_path);
-    record.text("error", failure_text(file.entry.failure));
+    record.text("error", failure_reason(file.entry.failure));
     add_examiner_tags(record, settings);
     return record;
 }
@@ -284,16 +226,11 @@ std::string json_string(std::string_view text)
 
 std::string json_time(std::uint64_t filetime)
 {
-    vlm::time const moment(filetime, vlm::filetime);
-    if (!moment.valid) return "null";
-    vlm::_windows_systemtime const& t = moment.utc_fields;
-    char text[48];
-    std::snprintf(text, sizeof text, "\"%04u-%02u-%02uT%02u:%02u:%02u.%07lluZ\"", t.year, t.month, t.day, t.hour,
-                  t.minute, t.second, static_cast<unsigned long long>(filetime % vlm::ticks_per_second));
-    return text;
+    std::string const text = iso_time(filetime);
+    return text.empty() ? "null" : "\"" + text + "\"";
 }
 
-void write_json_run_record(std::ostream& out, json_run_facts const& facts)
+void write_json_run_record(std::ostream& out, run_facts const& facts)
 {
     json_object record;
     record.text("record", "run").text("tool", "kito").text("version", facts.version);
