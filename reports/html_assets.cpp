@@ -28,6 +28,7 @@ em.none{color:var(--muted)}
 #timeline .last{fill:var(--last)}
 #timeline .run{fill:var(--run)}
 #timeline .mod{fill:var(--mod)}
+#timeline .mod.beyond{fill:none;stroke:var(--mod);stroke-dasharray:2 2}
 #timeline a text{fill:var(--ink)}
 #timeline a:hover text{text-decoration:underline}
 table{border-collapse:collapse;width:100%}
@@ -53,7 +54,7 @@ summary{cursor:pointer;color:var(--muted)}
 
 char const html_timeline_frame[] = R"(<section id="timeline-section"><h2>Execution timeline</h2>
 <div class="legend"><label>Filter <input id="filter" type="search" placeholder="name, hash, path or time"></label>
-<span class="key"><b class="k-last">&#9679;</b> last run <b class="k-run">&#9679;</b> earlier run <b class="k-mod">&#9474;</b> Prefetch file modified</span>
+<span class="key"><b class="k-last">&#9679;</b> last run <b class="k-run">&#9679;</b> earlier run <b class="k-mod">&#9474;</b> Prefetch file modified (dashed at the edge: outside the runs' span)</span>
 <span id="shown"></span></div>
 <noscript><p>The timeline is drawn by the page's script; the table below holds the same times.</p></noscript>
 <div class="tl"><svg id="timeline" xmlns="http://www.w3.org/2000/svg" role="img" aria-label="Execution timeline"></svg></div>
@@ -66,7 +67,7 @@ char const html_script[] = R"(
 (function () {
   'use strict';
   var NS = 'http://www.w3.org/2000/svg';
-  var W = 1200, LABEL = 300, RIGHT = 16, ROW = 18, TOP = 34, MONTH = 2629746e3;
+  var W = 1200, LABEL = 330, RIGHT = 16, ROW = 18, TOP = 34, MONTH = 2629746e3;
   // Tick steps in milliseconds, then in months (second member 1).
   var STEPS = [[6e4], [3e5], [9e5], [18e5], [36e5], [108e5], [216e5], [432e5], [864e5], [1728e5], [6048e5],
     [1, 1], [3, 1], [6, 1], [12, 1], [24, 1], [60, 1], [120, 1], [240, 1], [600, 1], [1200, 1]];
@@ -74,7 +75,7 @@ char const html_script[] = R"(
   var filter = document.getElementById('filter');
   var body = document.getElementById('files').tBodies[0];
   var rows = Array.prototype.filter.call(body.rows, function (r) { return r.className === 'file'; });
-  var lo = Infinity, hi = -Infinity;
+  var lo = Infinity, hi = -Infinity, caption = '';
 
   function times(row, name) { var v = row.getAttribute('data-' + name); return v ? v.split(' ') : []; }
   function ms(iso) { return Date.parse(iso.slice(0, 23) + 'Z'); }
@@ -88,10 +89,16 @@ char const html_script[] = R"(
 
   var items = rows.map(function (row) {
     var it = { row: row, more: document.getElementById('d' + row.id.slice(1)),
-      label: row.cells[0].textContent + '-' + row.cells[1].textContent, text: row.textContent.toLowerCase(),
+      name: row.cells[0].textContent, hash: row.cells[1].textContent, text: row.textContent.toLowerCase(),
       last: times(row, 'last'), runs: times(row, 'runs'), mod: times(row, 'modified') };
-    it.last.concat(it.runs, it.mod).forEach(function (t) { var v = ms(t); lo = Math.min(lo, v); hi = Math.max(hi, v); });
+    it.last.concat(it.runs).forEach(function (t) { var v = ms(t); lo = Math.min(lo, v); hi = Math.max(hi, v); });
     return it;
+  });
+  // The axis spans the runs. The files' modified times often tell when they
+  // were copied, not when they were written: one outside the runs' span is
+  // drawn hollow at the edge, with its time in its title.
+  if (!isFinite(lo)) items.forEach(function (it) {
+    it.mod.forEach(function (t) { var v = ms(t); lo = Math.min(lo, v); hi = Math.max(hi, v); });
   });
   items.sort(function (a, b) { var p = a.last[0] || '', q = b.last[0] || ''; return p < q ? 1 : p > q ? -1 : 0; });
   if (!isFinite(lo)) { hi = Date.now(); lo = hi - 864e5; }
@@ -113,6 +120,8 @@ char const html_script[] = R"(
       for (t = Math.ceil(lo / step[0]) * step[0]; t <= hi; t += step[0]) out.push(t);
     }
     var cut = step[1] ? (step[0] % 12 ? 7 : 4) : step[0] >= 864e5 ? 10 : 0;
+    // Labels within a day leave out the year: the caption gives it.
+    caption = 'Time (UTC' + (cut ? ')' : ', ' + new Date(lo).toISOString().slice(0, 4) + ')');
     return out.map(function (t) {
       var s = new Date(t).toISOString();
       return [t, cut ? s.slice(0, cut) : s.slice(5, 16).replace('T', ' ')];
@@ -133,8 +142,9 @@ char const html_script[] = R"(
     svg.setAttribute('width', W);
     svg.setAttribute('height', h);
     var axis = el('g', { 'class': 'axis' }, svg);
-    el('text', { x: 4, y: TOP - 10 }, axis).textContent = 'Time (UTC)';
-    ticks().forEach(function (tick) {
+    var marks = ticks();
+    el('text', { x: 4, y: TOP - 10 }, axis).textContent = caption;
+    marks.forEach(function (tick) {
       var tx = x(tick[0]);
       el('line', { 'class': 'grid', x1: tx, x2: tx, y1: TOP - 6, y2: h }, axis);
       el('text', { x: tx, y: TOP - 10, 'text-anchor': 'middle' }, axis).textContent = tick[1];
@@ -144,13 +154,15 @@ char const html_script[] = R"(
       var g = el('g', { 'class': 'tl-row', 'data-row': it.row.id }, svg);
       if (i % 2 === 0) el('rect', { 'class': 'band', x: 0, y: y, width: W, height: ROW }, g);
       var label = el('text', { x: LABEL - 8, y: cy + 4, 'text-anchor': 'end' }, el('a', { href: '#' + it.row.id }, g));
-      label.textContent = it.label.length > 40 ? it.label.slice(0, 39) + '\u2026' : it.label;
-      titled(label, it.label);
+      label.textContent = (it.name.length > 30 ? it.name.slice(0, 29) + '\u2026' : it.name) + '-' + it.hash;
+      titled(label, it.name + '-' + it.hash);
       var runs = it.last.concat(it.runs).map(ms);
       if (runs.length > 1)
         el('line', { 'class': 'span', x1: x(Math.min.apply(null, runs)), x2: x(Math.max.apply(null, runs)), y1: cy, y2: cy }, g);
       it.mod.forEach(function (t) {
-        titled(el('rect', { 'class': 'mod', x: x(ms(t)) - 1, y: y + 3, width: 2, height: ROW - 6 }, g), 'Prefetch file modified ' + t);
+        var v = ms(t), beyond = v < lo || v > hi, at = x(Math.min(Math.max(v, lo), hi)) - 1;
+        titled(el('rect', { 'class': beyond ? 'mod beyond' : 'mod', x: at, y: y + 3, width: 2, height: ROW - 6 }, g),
+          'Prefetch file modified ' + t + (beyond ? ', beyond the runs shown' : ''));
       });
       it.runs.forEach(function (t) { titled(el('circle', { 'class': 'run', cx: x(ms(t)), cy: cy, r: 3.5 }, g), 'run ' + t); });
       it.last.forEach(function (t) { titled(el('circle', { 'class': 'last', cx: x(ms(t)), cy: cy, r: 5 }, g), 'last run ' + t); });
@@ -191,4 +203,4 @@ char const html_script[] = R"(
   draw();
 })();
 )";
-char const html_script_sha256[] = "I9AbfG0e2yHOYO2Qmr0UrPrx4NF/uVQzBfVJDyKDQSM=";
+char const html_script_sha256[] = "mLL0MOdGDqUugnVv9cCCs/003gdTS4VvXACIhcfOvMM=";
