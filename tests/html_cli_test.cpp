@@ -9,6 +9,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "reports/html_report.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
 #include "support/temp_folder.h"
@@ -141,8 +142,8 @@ TEST(HtmlPage, HostileStringsStandAsTextAndAddNoElement)
         write_file(work / "pf" + "/" + text.disk_name, build_prefetch(fields).bytes);
     }
     // Bytes that are not UTF-8 come from the command line: the examiner's tag
-    // shows them in the run section and in the command.
-    process_result const page = run_kito({"-enumdir", work / "pf", "-html", "-hostname", "<i>\xFF"});
+    // shows them in the run section and in the command. -html wins over -csv.
+    process_result const page = run_kito({"-enumdir", work / "pf", "-csv", "-html", "-hostname", "<i>\xFF"});
     ASSERT_EQ(page.status, 0) << page.err;
     write_file(work / "page.html", page.out);
     process_result const browser = browse(work, work / "page.html");
@@ -161,6 +162,25 @@ TEST(HtmlPage, HostileStringsStandAsTextAndAddNoElement)
     }
     EXPECT_EQ(count_of(dom, "&lt;i&gt;" + esc + "\\xFF</mark>"), 2u);
     expect_tidy_clean(work / "page.html");
+}
+
+// The escapes without a browser: one row per kind of text a page cannot take as it is.
+TEST(HtmlEscape, TextAndAttributeForms)
+{
+    struct row { std::string input, text, attribute; } const rows[] = {
+        {"a<b>&\"'",           "a&lt;b&gt;&amp;&quot;&#39;",   "a&lt;b&gt;&amp;&quot;&#39;"},
+        {"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
+        {"x\xED\xA0\x80",       "x" + esc + "\\uD800</mark>",   "x\\uD800"},
+        {"\xFF\xC0\x80",        esc + "\\xFF</mark>" + esc + "\\xC0</mark>" + esc + "\\x80</mark>", "\\xFF\\xC0\\x80"},
+        {"a\tb\x7F",            "a" + esc + "\\u0009</mark>b" + esc + "\\u007F</mark>", "a\\u0009b\\u007F"},
+        {"\xC2\x85\xE2\x80\xAE\xEF\xBF\xBF", esc + "\\u0085</mark>" + esc + "\\u202E</mark>" + esc + "\\uFFFF</mark>", "\\u0085\\u202E\\uFFFF"},
+        {"",                    "<em class=\"none\">(empty)</em>", ""},
+    };
+    for (row const& r : rows) {
+        SCOPED_TRACE(r.attribute);
+        EXPECT_EQ(html_text(r.input), r.text);
+        EXPECT_EQ(html_attribute(r.input), r.attribute);
+    }
 }
 
 } // namespace
