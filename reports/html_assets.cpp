@@ -101,7 +101,7 @@ char const html_script[] = R"(
     it.mod.forEach(function (t) { var v = ms(t); lo = Math.min(lo, v); hi = Math.max(hi, v); });
   });
   items.sort(function (a, b) { var p = a.last[0] || '', q = b.last[0] || ''; return p < q ? 1 : p > q ? -1 : 0; });
-  if (!isFinite(lo)) { hi = Date.now(); lo = hi - 864e5; }
+  var timed = isFinite(lo);
   if (hi - lo < 12e4) { lo -= 6e4; hi += 6e4; }
   var pad = (hi - lo) * 0.02;
   lo -= pad; hi += pad;
@@ -137,6 +137,14 @@ char const html_script[] = R"(
       if (it.more) it.more.hidden = !on;
       return on;
     });
+    document.getElementById('shown').textContent = shown.length + ' of ' + items.length + ' files';
+    if (!timed || !shown.length) {
+      svg.setAttribute('viewBox', '0 0 ' + W + ' 24');
+      svg.setAttribute('width', W);
+      svg.setAttribute('height', 24);
+      el('text', { x: 4, y: 16 }, svg).textContent = items.length ? (timed ? 'No file matches the filter.' : 'No times to show.') : 'No file was decoded.';
+      return;
+    }
     var h = TOP + shown.length * ROW + 6;
     svg.setAttribute('viewBox', '0 0 ' + W + ' ' + h);
     svg.setAttribute('width', W);
@@ -167,7 +175,6 @@ char const html_script[] = R"(
       it.runs.forEach(function (t) { titled(el('circle', { 'class': 'run', cx: x(ms(t)), cy: cy, r: 3.5 }, g), 'run ' + t); });
       it.last.forEach(function (t) { titled(el('circle', { 'class': 'last', cx: x(ms(t)), cy: cy, r: 5 }, g), 'last run ' + t); });
     });
-    document.getElementById('shown').textContent = shown.length + ' of ' + items.length + ' files';
   }
 
   var pending = 0;
@@ -203,4 +210,4 @@ char const html_script[] = R"(
   draw();
 })();
 )";
-char const html_script_sha256[] = "mLL0MOdGDqUugnVv9cCCs/003gdTS4VvXACIhcfOvMM=";
+char const html_script_sha256[] = "UIydJQHwYOrxVTUQZcngULPmWboh4lq4tizN2gzbCBc=";

@@ -256,6 +256,8 @@ bool write_html_report(std::ostream& out, report_subject const& file, bool decod
 
 void write_html_end(std::ostream& out, html_page_state const& state, std::vector<html_count> const& counts)
 {
+    if (state.rows == 0)
+        put(out, "<tr><td colspan=\"" + std::to_string(std::size(columns)) + "\">No file was decoded.</td></tr>\n");
     put(out, "</tbody>\n</table>\n</section>\n<section id=\"failed\"><h2>Files that failed</h2>\n");
     if (state.failed.empty()) put(out, "<p>None.</p>\n");
     else {
