@@ -49,7 +49,9 @@ details{margin:.25rem 0}
 summary{cursor:pointer;color:var(--muted)}
 .ref{color:var(--muted)}
 [hidden]{display:none!important}
-@media print{.legend label{display:none}th{position:static}.tl{overflow:visible}#timeline{min-width:0}body{margin:0}a{color:inherit;text-decoration:none}}
+@media print{body{margin:0;font-size:9pt}.legend label{display:none}th{position:static}.tl{overflow:visible}
+#timeline{min-width:0}a{color:inherit;text-decoration:none}td.path{min-width:0}code,.mono,.path,.ref{font-size:8pt}
+th,td{padding:.1rem .2rem}tr.file{break-inside:avoid}}
 )";
 
 char const html_timeline_frame[] = R"(<section id="timeline-section"><h2>Execution timeline</h2>
