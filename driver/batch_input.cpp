@@ -126,7 +126,7 @@ char const batch_separator[] = " ===============================================
 bool separator_used(cmd_params const& options)
 {
     return !options.m_fmt_csv && !options.m_fmt_timeline && !options.m_fmt_bodyfile && !options.m_fmt_json &&
-           options.m_verbose;
+           !options.m_fmt_html && options.m_verbose;
 }
 
 // One input of a batch, after the filter: clear the last file, decode, report.

@@ -47,7 +47,7 @@ void cmd_params::reset()
     m_cpu_count = 0;
     m_separate_files = false;
     m_fragment_size = 0;
-    m_fmt_xml = m_fmt_timeline = m_fmt_csvgen = m_fmt_bodyfile = m_fmt_multiline = m_fmt_json = false;
+    m_fmt_xml = m_fmt_timeline = m_fmt_csvgen = m_fmt_bodyfile = m_fmt_multiline = m_fmt_json = m_fmt_html = false;
     m_fmt_csv = true;
     m_verbose = false;
     m_show_progress = true;

@@ -69,6 +69,7 @@ public:
     bool m_fmt_bodyfile = false;
     bool m_fmt_multiline = false;
     bool m_fmt_json = false;
+    bool m_fmt_html = false;
     bool m_verbose = false;
     bool m_show_progress = true;
     bool m_pair_datetime = false;

@@ -9,6 +9,7 @@
 #include "prefetch/prefetch_entry.h"
 #include "reports/field_output.h"
 #include "reports/json_report.h"
+#include "reports/html_report.h"
 
 class kito_user_context : public cmd_params {
 public:
@@ -29,11 +30,13 @@ public:
     // Input files handed to the decoder in this run, and those reported.
     std::uint64_t m_files_handled = 0;
     std::uint64_t m_files_reported = 0;
-    json_tally m_json_tally; // what the -json summary counts beside those
+    check_tally m_check_tally; // what the -json and -html summaries count beside those
     decode_buffers m_buffers;
 
     // Report state: the columns of the delimited table, fixed by the first file.
     std::vector<field_cell> m_column_list;
+    // What the HTML page carries from one file to the next.
+    html_page_state m_html_page;
 };
 
 // Reset, forced long form, the common pass, and what is particular to Prefetch.

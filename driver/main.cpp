@@ -9,12 +9,14 @@
 #include "driver/arg_list.h"
 #include "driver/foundation_adapters.h"
 #include "driver/kito_user_context.h"
+#include "driver/output_entry.h"
 #include "driver/process_files.h"
 #include "driver/run_header.h"
 #include "foundation/run_statistics.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_path_rules.h"
 #include "prefetch/evidence_guard.h"
+#include "reports/json_report.h"
 
 namespace {
 
@@ -101,10 +103,12 @@ int run(arg_list& list)
         }
     }
     if (context.m_fmt_json) write_json_run_record(*results, describe_run(given, context.m_run_started));
+    else if (context.m_fmt_html) write_html_head(*results, context, describe_run(given, context.m_run_started));
     else *results << header.str() << '\n';
     int const status = run_mode(context, list, *results);
     if (context.m_fmt_json)
-        write_json_summary(*results, context.m_files_handled, context.m_files_reported, context.m_json_tally);
+        write_json_summary(*results, context.m_files_handled, context.m_files_reported, context.m_check_tally);
+    if (context.m_fmt_html) write_html_end(*results, context);
     if (context.m_results_path.empty()) return status;
     return finish_results_file(*results, results_file, context.m_results_path, status);
 }

@@ -279,9 +279,14 @@ void take_format_flags(arg_list& list, cmd_params& options)
         options.m_separator.clear();
         options.m_value_substitute_from = options.m_value_substitute_to = 0;
     }
+    if (take_flag("-html", list)) {
+        set_format(options, {});
+        options.m_fmt_html = true;
+    }
     // Last of the format words, so that it wins over any other.
     if (take_flag("-json", list)) {
         set_format(options, {});
+        options.m_fmt_html = false;
         options.m_fmt_json = true;
     }
 }
@@ -429,7 +434,8 @@ bool parse_tool_options(kito_user_context& context, arg_list& list, std::string 
     // for with "-longform". A batch over both sources with no -verbose is the
     // exception, and keeps the default table.
     bool const table_format = find_option("-csv", list, 1) || find_option("-csvl2t", list, 1) ||
-                              find_option("-bodyfile", list, 1) || find_option("-json", list, 1);
+                              find_option("-bodyfile", list, 1) || find_option("-json", list, 1) ||
+                              find_option("-html", list, 1);
     bool const quiet_batch = find_option("-pipe", list, 1) && find_option("-enumdir", list, 1) &&
                              !find_option("-verbose", list, 1) && !find_option("-v", list, 1);
     if (!table_format && !quiet_batch && !find_option("-longform", list, 1)) list.push_back("-longform");
@@ -448,7 +454,7 @@ bool parse_tool_options(kito_user_context& context, arg_list& list, std::string 
     // After the common pass, so the text report beats any table format given with it.
     if (take_flag("-longform", list)) {
         context.m_fmt_xml = context.m_fmt_csv = context.m_fmt_timeline = context.m_fmt_bodyfile = false;
-        context.m_fmt_json = false;
+        context.m_fmt_json = context.m_fmt_html = false;
         context.m_value_substitute_from = context.m_value_substitute_to = 0;
         context.m_verbose = context.m_show_prev_runs = true;
     }

@@ -3,6 +3,7 @@
 #include "prefetch/decode_chain.h"
 #include "reports/bodyfile_report.h"
 #include "reports/csv_report.h"
+#include "reports/html_report.h"
 #include "reports/json_report.h"
 #include "reports/text_report.h"
 #include "reports/timeline_report.h"
@@ -16,12 +17,14 @@ bool decode_and_write(std::ostream& out, kito_user_context& context, input_loade
     // One bad file must never end a batch: whatever escapes decoding or
     // writing is logged and the file counts as failed.
     try {
+        context.m_buffers.digest_wanted = context.m_fmt_json || context.m_fmt_html;
         return write_prefetch_report(out, context, load(context));
     } catch (...) {
         try {
             context.diag_printf("output_prefetch_entry: exception caught");
             context.m_entry.failure = decode_failure::exception;
             write_json_report(out, context, /*decoded=*/false);
+            write_html_report(out, context, /*decoded=*/false);
         } catch (...) {
         }
         return false;
@@ -90,13 +93,44 @@ bool write_bodyfile_report(std::ostream& out, kito_user_context& context)
 bool write_json_report(std::ostream& out, kito_user_context& context, bool decoded)
 {
     return context.m_fmt_json &&
-           write_json_report(out, subject_of(context), settings_of(context), decoded, context.m_json_tally);
+           write_json_report(out, subject_of(context), settings_of(context), decoded, context.m_check_tally);
+}
+
+bool write_html_report(std::ostream& out, kito_user_context& context, bool decoded)
+{
+    return context.m_fmt_html && write_html_report(out, subject_of(context), settings_of(context), decoded,
+                                                   context.m_html_page, context.m_check_tally);
+}
+
+void write_html_head(std::ostream& out, kito_user_context& context, run_facts const& facts)
+{
+    html_tags tags;
+    if (context.m_host_name_given) tags.emplace_back("Evidence host", context.m_host_name);
+    if (context.m_user_name_given) tags.emplace_back("Evidence user", context.m_user_name);
+    write_html_head(out, facts, tags);
+}
+
+void write_html_end(std::ostream& out, kito_user_context& context)
+{
+    std::uint64_t const files = context.m_files_handled, reported = context.m_files_reported;
+    check_tally const& checks = context.m_check_tally;
+    std::vector<html_count> counts = {{"Files", files},
+                                      {"Reported", reported},
+                                      {"Failed", files - reported},
+                                      {"Path hash matches a path", checks.path_hash_matched},
+                                      {"Path hash matches no path", checks.path_hash_not_matched},
+                                      {"Path hash not checked", checks.path_hash_unchecked}};
+    for (finding const which : all_findings)
+        counts.push_back({std::string("Finding ") + finding_code(which),
+                          checks.with_finding[static_cast<std::size_t>(which)]});
+    write_html_end(out, context.m_html_page, counts);
 }
 
 bool write_prefetch_report(std::ostream& out, kito_user_context& context, bool decoded)
 {
-    // The JSON form reports a refused file as well, with its reason.
+    // The JSON and HTML forms report a refused file as well, with its reason.
     if (context.m_fmt_json) return write_json_report(out, context, decoded);
+    if (context.m_fmt_html) return write_html_report(out, context, decoded);
     if (!decoded) return false;
     if (context.m_fmt_csv) return write_csv_report(out, context);
     if (context.m_fmt_timeline) return write_timeline_report(out, context);

@@ -6,6 +6,7 @@
 #include <ostream>
 
 #include "driver/kito_user_context.h"
+#include "reports/report_texts.h"
 
 // Reads one input into context.m_buffers and m_entry and decodes it.
 using input_loader = std::function<bool(kito_user_context&)>;
@@ -15,7 +16,7 @@ bool output_prefetch_entry(std::ostream& out, kito_user_context& context);
 // The same for an input that `load` reads and decodes.
 bool output_prefetch_entry(std::ostream& out, kito_user_context& context, input_loader const& load);
 // The writer the format options choose, over the entry decoded last; `decoded`
-// says whether decoding succeeded (only the JSON form reports a failure).
+// says whether decoding succeeded (only the JSON and HTML forms report a failure).
 bool write_prefetch_report(std::ostream& out, kito_user_context& context, bool decoded);
 bool load_prefetch_file(kito_user_context& context);
 bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, kito_user_context& context);
@@ -27,3 +28,8 @@ bool write_csv_report(std::ostream& out, kito_user_context& context);
 bool write_timeline_report(std::ostream& out, kito_user_context& context);
 bool write_bodyfile_report(std::ostream& out, kito_user_context& context);
 bool write_json_report(std::ostream& out, kito_user_context& context, bool decoded);
+bool write_html_report(std::ostream& out, kito_user_context& context, bool decoded);
+// The HTML page's head and run section, with the examiner's tags; and its end,
+// with the run's counts.
+void write_html_head(std::ostream& out, kito_user_context& context, run_facts const& facts);
+void write_html_end(std::ostream& out, kito_user_context& context);

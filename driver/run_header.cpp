@@ -142,7 +142,7 @@ void build_run_header(std::ostream& stream, arg_list const& list, std::uint64_t 
     stream << "\"command: " << (find_option("-pipe", list, 1) ? "<filelist> ... | " : "") << command << "\"\n";
 }
 
-json_run_facts describe_run(arg_list const& list, std::uint64_t run_started)
+run_facts describe_run(arg_list const& list, std::uint64_t run_started)
 {
     std::string const version = kito_version;
     return {version.substr(version.find(' ') + 1), run_started, host_name(), describe_system(), list};

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "driver/arg_list.h"
-#include "reports/json_report.h"
+#include "reports/report_texts.h"
 
 // The version comes from the build (the project's version in CMakeLists.txt),
 // so that the program, its man page and its package all say the same.
@@ -25,8 +25,8 @@ void print_usage(std::string const& program);
 // whose options fail.
 void build_run_header(std::ostream& stream, arg_list const& list, std::uint64_t run_started);
 
-// The same facts for the run record of the JSON form, with the arguments as a list.
-json_run_facts describe_run(arg_list const& list, std::uint64_t run_started);
+// The same facts for the head of the JSON and HTML forms, with the arguments as a list.
+run_facts describe_run(arg_list const& list, std::uint64_t run_started);
 
 // "sysname;version;release;64" (or 32), then "; " and the marks "<~>" for a
 // program file on a network file system and ":=" for one on a USB device.

@@ -22,6 +22,7 @@ std::vector<arg_list> const option_sets{
     {"kito", "x.pf", "-csvl2t", "-dateformat", "dd/yyyy/mm", "-timeformat", "mi:ss", "-csv_separator", "|"},
     {"kito", "x.pf", "-kito_path", "-hostname", "host", "-dateformat", "mm/dd/yyyy", "-timeformat", "hh:mm"},
     {"kito", "x.pf", "-json", "-hostname", "h\xff\"", "-username", "u"},
+    {"kito", "x.pf", "-html", "-hostname", "<h\xff\"", "-username", "u\n"},
 };
 
 // Takes the report and keeps none of it: the writers still format every byte.
@@ -62,5 +63,6 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     discard_buffer sink;
     std::ostream out(&sink);
     write_prefetch_report(out, context, decoded);
+    if (context.m_fmt_html) write_html_end(out, context);
     return 0;
 }

@@ -52,3 +52,11 @@ std::vector<finding> find_inconsistencies(prefetch_entry const& entry, std::uint
         if (holds(which, entry, run_started)) found.push_back(which);
     return found;
 }
+
+void count_checks(check_tally& tally, prefetch_entry const& entry, std::vector<finding> const& found)
+{
+    ++(entry.path_hash == path_hash_check::matched       ? tally.path_hash_matched
+       : entry.path_hash == path_hash_check::not_matched ? tally.path_hash_not_matched
+                                                         : tally.path_hash_unchecked);
+    for (finding const which : found) ++tally.with_finding[static_cast<std::size_t>(which)];
+}

@@ -23,3 +23,12 @@ char const* finding_code(finding which);
 // The findings of the entry, in the order of all_findings. run_started is the
 // start of the run as a FILETIME.
 std::vector<finding> find_inconsistencies(prefetch_entry const& entry, std::uint64_t run_started);
+
+// What a run counts of its decoded files' checks, for the summaries.
+struct check_tally {
+    std::uint64_t path_hash_matched = 0;
+    std::uint64_t path_hash_not_matched = 0;
+    std::uint64_t path_hash_unchecked = 0;                         // no path names the program
+    std::array<std::uint64_t, all_findings.size()> with_finding{}; // files, by finding
+};
+void count_checks(check_tally& tally, prefetch_entry const& entry, std::vector<finding> const& found);

@@ -99,7 +99,7 @@ bool read_prefetch_file(std::string const& path, decode_buffers& buffers, prefet
 bool decode_input_bytes(decode_buffers& buffers, prefetch_entry& entry, std::string& version_label)
 {
     std::vector<std::uint8_t> const& bytes = buffers.file_bytes;
-    note_input_digest(bytes, entry);
+    if (buffers.digest_wanted) note_input_digest(bytes, entry);
     std::uint8_t const* data = bytes.data();
     auto size = static_cast<std::uint32_t>(bytes.size());
     if (!unwrap_container(data, size, buffers.outer, entry)) return false;

@@ -6,9 +6,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "foundation/vlm_time.h"
-#include "prefetch/container_decompressor.h"
 #include "reports/field_output.h"
+#include "reports/report_texts.h"
 
 namespace {
 
@@ -80,30 +79,6 @@ std::string unit_escape(std::uint32_t unit)
     return text;
 }
 
-// Length of the UTF-8 sequence that `text` begins with, and its code point;
-// 0 when the first byte begins no well-formed sequence. The three-byte forms
-// of surrogates are let through: the caller escapes them.
-std::size_t utf8_sequence(std::string_view text, std::uint32_t& code_point)
-{
-    auto const byte = [text](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
-    std::uint8_t const lead = byte(0);
-    std::size_t const length = lead < 0x80   ? 1
-                               : lead < 0xc2 ? 0
-                               : lead < 0xe0 ? 2
-                               : lead < 0xf0 ? 3
-                               : lead < 0xf5 ? 4
-                                             : 0;
-    if (length == 0 || length > text.size()) return 0;
-    code_point = length == 1 ? lead : lead & (0x7fu >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xc0) != 0x80) return 0;
-        code_point = code_point << 6 | (byte(i) & 0x3fu);
-    }
-    // Overlong forms and values past U+10FFFF are not UTF-8.
-    static constexpr std::uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
-    return code_point >= least[length] && code_point <= 0x10ffff ? length : 0;
-}
-
 // How many leading bytes are printable ASCII other than the quote and the
 // backslash: the bulk of any path, copied as one run.
 std::size_t plain_run(std::string_view text)
@@ -127,13 +102,6 @@ std::size_t append_character(std::string& out, std::string_view text)
     return length == 0 ? 1 : length;
 }
 
-std::string hash_text(std::uint32_t hash)
-{
-    char text[12];
-    std::snprintf(text, sizeof text, "%08X", hash);
-    return text;
-}
-
 // Windows names a Prefetch file after the program and the hash of its path:
 // "CMD.EXE-4A81B364.pf". Empty when the name carries no such eight digits.
 std::string name_hash_of(std::string const& file_name)
@@ -145,34 +113,6 @@ std::string name_hash_of(std::string const& file_name)
     bool const hex = digits.size() == 8 &&
                      std::all_of(digits.begin(), digits.end(), [](unsigned char c) { return std::isxdigit(c); });
     return hex ? digits : std::string();
-}
-
-std::string container_json(std::vector<std::uint32_t> const& kinds)
-{
-    if (kinds.empty()) return "null";
-    std::string names;
-    for (std::uint32_t kind : kinds) {
-        if (!names.empty()) names += '/';
-        names += kind == container_mam ? "MAM" : kind == container_mem0 ? "MEM0" : "xpress";
-    }
-    return json_string(names);
-}
-
-char const* failure_text(decode_failure failure)
-{
-    switch (failure) {
-    case decode_failure::unreadable: return "cannot be read";
-    case decode_failure::too_large: return "larger than 16 MiB";
-    case decode_failure::empty_file: return "empty file";
-    case decode_failure::not_prefetch: return "not a Prefetch file";
-    case decode_failure::container_broken: return "container does not decompress";
-    case decode_failure::container_too_large: return "container declares more than 16 MiB";
-    case decode_failure::strings_past_end: return "strings section past the end";
-    case decode_failure::volumes_past_end: return "volumes section past the end";
-    case decode_failure::none:
-    case decode_failure::exception: break;
-    }
-    return "could not be decoded";
 }
 
 // The digest of the input as read; null when it was not read whole.
@@ -221,14 +161,6 @@ void add_path_hash(json_object& record, prefetch_entry const& e)
     record.raw("hash_path", matched ? json_string(e.hash_path) : "null");
 }
 
-void count_file(json_tally& tally, prefetch_entry const& e, std::vector<finding> const& found)
-{
-    ++(e.path_hash == path_hash_check::matched       ? tally.path_hash_matched
-       : e.path_hash == path_hash_check::not_matched ? tally.path_hash_not_matched
-                                                     : tally.path_hash_unchecked);
-    for (finding const which : found) ++tally.with_finding[static_cast<std::size_t>(which)];
-}
-
 void add_runs(json_object& record, prefetch_entry const& e)
 {
     auto const first = e.prev_run_times.rbegin(), last = e.prev_run_times.rend(); // latest first
@@ -265,7 +197,7 @@ void add_examiner_tags(json_object& record, report_settings const& settings)
 }
 
 void put_prefetch_record(std::ostream& out, report_subject const& file, report_settings const& settings,
-                         json_tally& tally)
+                         check_tally& tally)
 {
     prefetch_entry const& e = file.entry;
     std::vector<finding> const found = find_inconsistencies(e, settings.run_started);
@@ -274,7 +206,8 @@ void put_prefetch_record(std::ostream& out, report_subject const& file, report_s
     add_input(record, file);
     add_image_location(record, e.image);
     record.number("format_version", e.format_version).text("label", file.version_label);
-    record.raw("container", container_json(e.container_kinds)).number("decoded_size", e.decoded_size);
+    record.raw("container", e.container_kinds.empty() ? "null" : json_string(container_names(e.container_kinds)))
+        .number("decoded_size", e.decoded_size);
     record.text("executable", e.target_name).text("executable_path", e.target_path);
     add_hashes(record, file);
     add_path_hash(record, e);
@@ -296,7 +229,7 @@ void put_prefetch_record(std::ostream& out, report_subject const& file, report_s
     if (!tags.members().empty()) put_text(out, ",");
     put_text(out, tags.members());
     put_text(out, "}\n");
-    count_file(tally, e, found);
+    count_checks(tally, e, found);
 }
 
 json_object error_record(report_subject const& file, report_settings const& settings)
@@ -304,7 +237,7 @@ json_object error_record(report_subject const& file, report_settings const& sett
     json_object record;
     record.text("record", "error").text("path", file.file_path);
     add_sha256(record, file.entry);
-    record.text("error", failure_text(file.entry.failure));
+    record.text("error", failure_reason(file.entry.failure));
     add_image_location(record, file.entry.image);
     add_examiner_tags(record, settings);
     return record;
@@ -326,16 +259,11 @@ std::string json_string(std::string_view text)
 
 std::string json_time(std::uint64_t filetime)
 {
-    vlm::time const moment(filetime, vlm::filetime);
-    if (!moment.valid) return "null";
-    vlm::_windows_systemtime const& t = moment.utc_fields;
-    char text[48];
-    std::snprintf(text, sizeof text, "\"%04u-%02u-%02uT%02u:%02u:%02u.%07lluZ\"", t.year, t.month, t.day, t.hour,
-                  t.minute, t.second, static_cast<unsigned long long>(filetime % vlm::ticks_per_second));
-    return text;
+    std::string const text = iso_time(filetime);
+    return text.empty() ? "null" : "\"" + text + "\"";
 }
 
-void write_json_run_record(std::ostream& out, json_run_facts const& facts)
+void write_json_run_record(std::ostream& out, run_facts const& facts)
 {
     json_object record;
     record.text("record", "run").text("tool", "kito").text("version", facts.version);
@@ -344,14 +272,14 @@ void write_json_run_record(std::ostream& out, json_run_facts const& facts)
 }
 
 bool write_json_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded,
-                       json_tally& tally)
+                       check_tally& tally)
 {
     if (decoded) put_prefetch_record(out, file, settings, tally);
     else put_record(out, error_record(file, settings));
     return decoded;
 }
 
-void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported, json_tally const& tally)
+void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported, check_tally const& tally)
 {
     json_object record;
     record.text("record", "summary").number("files", files).number("reported", reported);

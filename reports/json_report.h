@@ -13,15 +13,7 @@
 
 #include "prefetch/consistency.h"
 #include "reports/report_settings.h"
-
-// What the run record says about the run.
-struct json_run_facts {
-    std::string version;
-    std::uint64_t started = 0; // FILETIME
-    std::string host;
-    std::string system;
-    std::vector<std::string> arguments; // the command line as given, program first
-};
+#include "reports/report_texts.h"
 
 // A quoted JSON string. Well-formed UTF-8 stands as it is; the quote, the
 // backslash and control characters are escaped; the three-byte form of a
@@ -34,18 +26,10 @@ std::string json_string(std::string_view text);
 // fraction, or null for a time that is not valid (zero, before 1970, after 3000).
 std::string json_time(std::uint64_t filetime);
 
-// What the summary record counts of the files reported, beside the totals.
-struct json_tally {
-    std::uint64_t path_hash_matched = 0;
-    std::uint64_t path_hash_not_matched = 0;
-    std::uint64_t path_hash_unchecked = 0;                         // no path names the program
-    std::array<std::uint64_t, all_findings.size()> with_finding{}; // files, by finding
-};
-
-void write_json_run_record(std::ostream& out, json_run_facts const& facts);
+void write_json_run_record(std::ostream& out, run_facts const& facts);
 // The record of the file in hand: "prefetch" when it was decoded, otherwise
 // "error" with the reason the decoder gave. A "prefetch" record is counted in
 // `tally`. The result is `decoded`.
 bool write_json_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded,
-                       json_tally& tally);
-void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported, json_tally const& tally);
+                       check_tally& tally);
+void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported, check_tally const& tally);

@@ -105,7 +105,7 @@ std::string const pf = "NOTEPAD.EXE-D8414F97.pf", pf_path = "/cases/" + pf, labe
 std::string record_of(prefetch_entry const& entry, std::string const& name = pf, report_settings const& settings = {})
 {
     std::ostringstream out;
-    json_tally tally;
+    check_tally tally;
     EXPECT_TRUE(write_json_report(out, {entry, pf_path, name, label}, settings, true, tally));
     return out.str();
 }

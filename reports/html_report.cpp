@@ -1,0 +1,302 @@
+#include "reports/html_report.h"
+
+#include <cstdio>
+
+#include "reports/field_output.h"
+#include "reports/html_assets.h"
+
+namespace {
+
+void put(std::ostream& out, std::string_view text)
+{
+    out.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+// Code points a page cannot show as themselves: controls (a line end in a
+// name would read as a blank, a carriage return is lost by the parser),
+// surrogates, noncharacters, and the direction marks and overrides that make
+// "evil\u202Etxt.exe" read as "evilexe.txt".
+bool shown_escaped(std::uint32_t c)
+{
+    return c < 0x20 || (c >= 0x7f && c < 0xa0) || (c >= 0xd800 && c <= 0xdfff) || (c >= 0xfdd0 && c <= 0xfdef) ||
+           (c & 0xfffe) == 0xfffe || c == 0x200e || c == 0x200f || (c >= 0x202a && c <= 0x202e) ||
+           (c >= 0x2066 && c <= 0x2069);
+}
+
+void append_escape(std::string& out, char const* format, std::uint32_t value, bool marked)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, format, value);
+    if (marked) out.append("<mark class=\"esc\">").append(text).append("</mark>");
+    else out.append(text);
+}
+
+std::string html_escaped(std::string_view text, bool marked)
+{
+    if (text.empty() && marked) return "<em class=\"none\">(empty)</em>";
+    std::string out;
+    out.reserve(text.size() + 16);
+    while (!text.empty()) {
+        std::uint32_t c = 0;
+        std::size_t const length = utf8_sequence(text, c);
+        if (length == 0) append_escape(out, "\\x%02X", static_cast<std::uint8_t>(text[0]), marked);
+        else if (shown_escaped(c)) append_escape(out, "\\u%04X", c, marked);
+        else if (c == '&') out += "&amp;";
+        else if (c == '<') out += "&lt;";
+        else if (c == '>') out += "&gt;";
+        else if (c == '"') out += "&quot;";
+        else if (c == '\'') out += "&#39;";
+        else out.append(text.substr(0, length));
+        text.remove_prefix(length == 0 ? 1 : length);
+    }
+    return out;
+}
+
+// A time for the table: the second in the cell, the full value in its
+// datetime and title, which the script sorts and draws by.
+std::string time_element(std::uint64_t filetime)
+{
+    std::string const iso = iso_time(filetime);
+    if (iso.empty()) return {};
+    std::string shown = iso.substr(0, 19);
+    shown[10] = ' ';
+    return "<time datetime=\"" + iso + "\" title=\"" + iso + "\">" + shown + "</time>";
+}
+
+// Previous runs, latest first, as the other forms list them.
+template <typename each>
+void for_previous_runs(prefetch_entry const& e, each&& visit)
+{
+    for (auto t = e.prev_run_times.rbegin(); t != e.prev_run_times.rend(); ++t)
+        if (!iso_time(*t).empty()) visit(*t);
+}
+
+// The table's columns, in order: heading, how the script sorts it, and the
+// cell. A column added here is added to the page.
+// A row of the table: the file, its number on the page and its findings.
+struct html_row {
+    report_subject const& file;
+    std::uint64_t number;
+    std::vector<finding> const& findings;
+};
+
+struct html_column {
+    char const* heading;
+    char const* sort; // "text", "number" or "time"
+    void (*cell)(std::ostream& out, html_row const& row);
+};
+
+void cell_time(std::ostream& out, std::uint64_t filetime)
+{
+    std::string const iso = iso_time(filetime);
+    put(out, iso.empty() ? "<td>" : "<td data-sort=\"" + iso + "\">");
+    put(out, time_element(filetime));
+}
+
+html_column const columns[] = {
+    {"Executable", "text",
+     [](std::ostream& out, html_row const& r) {
+         put(out, "<td><a class=\"open\" href=\"#d" + std::to_string(r.number) + "\">");
+         put(out, html_text(r.file.entry.target_name));
+         put(out, "</a>");
+     }},
+    {"Hash", "text",
+     [](std::ostream& out, html_row const& r) {
+         put(out, "<td class=\"mono\">" + hash_text(r.file.entry.prefetch_hash));
+     }},
+    {"Path hash", "text",
+     [](std::ostream& out, html_row const& r) {
+         prefetch_entry const& e = r.file.entry;
+         if (e.path_hash == path_hash_check::matched)
+             put(out, "<td class=\"path\"><span class=\"ok\">matches</span> " + html_text(e.hash_path));
+         else put(out, e.path_hash == path_hash_check::not_matched ? "<td><span class=\"warn\">no path</span>" : "<td>");
+     }},
+    {"Findings", "text",
+     [](std::ostream& out, html_row const& r) {
+         put(out, "<td>");
+         for (finding const which : r.findings) put(out, std::string("<span class=\"warn\">") + finding_code(which) + "</span> ");
+     }},
+    {"Runs", "number",
+     [](std::ostream& out, html_row const& r) {
+         put(out, "<td class=\"num\">" + std::to_string(r.file.entry.run_count));
+     }},
+    {"Last run (UTC)", "time",
+     [](std::ostream& out, html_row const& r) { cell_time(out, r.file.entry.last_run); }},
+    {"Previous runs", "time",
+     [](std::ostream& out, html_row const& r) {
+         std::string times;
+         for_previous_runs(r.file.entry,
+                           [&times](std::uint64_t t) { times += (times.empty() ? "" : "<br>") + time_element(t); });
+         auto const first = r.file.entry.prev_run_times.rbegin();
+         std::string const key = first == r.file.entry.prev_run_times.rend() ? std::string() : iso_time(*first);
+         put(out, (key.empty() ? "<td>" : "<td data-sort=\"" + key + "\">") + times);
+     }},
+    {"Executable path", "text",
+     [](std::ostream& out, html_row const& r) {
+         put(out, "<td class=\"path\">" + html_text(r.file.entry.target_path));
+     }},
+    {"Format", "text",
+     [](std::ostream& out, html_row const& r) {
+         std::string const container = container_names(r.file.entry.container_kinds);
+         put(out, "<td>" + html_text(r.file.version_label) + " (" + std::to_string(r.file.entry.format_version) + ")" +
+                      (container.empty() ? "" : "<br>in " + container));
+     }},
+    {"Prefetch file", "text",
+     [](std::ostream& out, html_row const& r) {
+         put(out, "<td class=\"path\">" + html_text(r.file.file_path));
+     }},
+    {"File modified, accessed, changed", "time",
+     [](std::ostream& out, html_row const& r) {
+         cell_time(out, r.file.entry.input_modified);
+         put(out, "<br>" + time_element(r.file.entry.input_accessed) + "<br>" + time_element(r.file.entry.input_stats_changed));
+     }},
+};
+
+// The times the timeline draws, as data of the row: ISO texts, blank-separated.
+void put_timeline_data(std::ostream& out, prefetch_entry const& e)
+{
+    std::string runs;
+    for_previous_runs(e, [&runs](std::uint64_t t) { runs += (runs.empty() ? "" : " ") + iso_time(t); });
+    put(out, " data-last=\"" + iso_time(e.last_run) + "\" data-runs=\"" + runs + "\" data-modified=\"" +
+                 iso_time(e.input_modified) + "\"");
+}
+
+// The NTFS file reference of a loaded file, when it has one.
+std::string reference_text(prefetch_entry const& e, std::uint64_t offset)
+{
+    auto const found = e.file_references.find(offset);
+    if (found == e.file_references.end()) return {};
+    return " <span class=\"ref\">MFT " + std::to_string(found->second.mft_entry) + "-" +
+           std::to_string(found->second.mft_sequence) + "</span>";
+}
+
+// Each string goes to the stream on its own: a hostile file's millions of
+// names never stand in memory as one text.
+void put_loaded_files(std::ostream& out, prefetch_entry const& e)
+{
+    put(out, "<details open><summary>" + std::to_string(e.file_strings.size()) +
+                 " loaded files</summary><ol class=\"list\">");
+    for (auto const& [offset, name] : e.file_strings)
+        put(out, "<li>" + html_text(name) + reference_text(e, offset) + "</li>");
+    put(out, "</ol></details>");
+}
+
+void put_volumes(std::ostream& out, prefetch_entry const& e)
+{
+    put(out,
+        "<details open><summary>" + std::to_string(e.volume_paths.size()) + " volumes</summary><ol class=\"list\">");
+    for (std::size_t i = 0; i < e.volume_paths.size(); ++i) {
+        std::uint64_t const created = i < e.volume_times.size() ? e.volume_times[i] : 0;
+        std::uint32_t const serial = i < e.volume_serials.size() ? e.volume_serials[i] : 0;
+        std::size_t const count = i < e.volume_dirs.size() ? e.volume_dirs[i].size() : 0;
+        put(out, "<li><span class=\"path\">" + html_text(e.volume_paths[i]) + "</span>, serial " +
+                     volume_serial_text(serial) + ", created " + time_element(created) + "<details><summary>" +
+                     std::to_string(count) + " directories</summary><ol class=\"list\">");
+        if (i < e.volume_dirs.size())
+            for (auto const& [offset, directory] : e.volume_dirs[i]) put(out, "<li>" + html_text(directory) + "</li>");
+        put(out, "</ol></details></li>");
+    }
+    put(out, "</ol></details>");
+}
+
+void put_file_rows(std::ostream& out, html_row const& row)
+{
+    report_subject const& file = row.file;
+    std::string const id = std::to_string(row.number);
+    put(out, "<tr class=\"file\" id=\"f" + id + "\"");
+    put_timeline_data(out, file.entry);
+    put(out, ">");
+    for (html_column const& column : columns) {
+        column.cell(out, row);
+        put(out, "</td>");
+    }
+    put(out,
+        "</tr>\n<tr class=\"more\" id=\"d" + id + "\"><td colspan=\"" + std::to_string(std::size(columns)) + "\">");
+    if (!file.entry.input_sha256.empty())
+        put(out, "<p>SHA-256 of the file as read: <span class=\"mono\">" + file.entry.input_sha256 + "</span></p>");
+    put_loaded_files(out, file.entry);
+    put_volumes(out, file.entry);
+    put(out, "</td></tr>\n");
+}
+
+void put_fact(std::ostream& out, std::string_view label, std::string const& value_html)
+{
+    put(out, "<dt>");
+    put(out, label);
+    put(out, "</dt><dd>" + value_html + "</dd>\n");
+}
+
+} // namespace
+
+std::string html_text(std::string_view text) { return html_escaped(text, /*marked=*/true); }
+std::string html_attribute(std::string_view text) { return html_escaped(text, /*marked=*/false); }
+
+void write_html_head(std::ostream& out, run_facts const& facts, html_tags const& tags)
+{
+    std::string command;
+    for (std::string const& argument : facts.arguments) command += (command.empty() ? "" : " ") + argument;
+    put(out, "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+             "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+             "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; img-src data:; "
+             "style-src 'unsafe-inline'; script-src 'sha256-" +
+                 std::string(html_script_sha256) +
+                 "'\">\n<link rel=\"icon\" href=\"data:,\">\n<title>kito Prefetch report, " +
+                 html_attribute(facts.host) + "</title>\n<style>");
+    put(out, html_style);
+    put(out, "</style>\n</head>\n<body>\n<header><h1>Prefetch report</h1></header>\n"
+             "<section id=\"run\"><h2>Run</h2>\n<dl class=\"facts\">\n");
+    put_fact(out, "Tool", "kito " + html_text(facts.version));
+    put_fact(out, "Run at", time_element(facts.started) + " UTC");
+    put_fact(out, "Host", html_text(facts.host));
+    put_fact(out, "System", html_text(facts.system));
+    put_fact(out, "Command", "<code>" + html_text(command) + "</code>");
+    for (auto const& [label, value] : tags) put_fact(out, label, html_text(value));
+    put(out, "</dl>\n</section>\n");
+    put(out, html_timeline_frame);
+    put(out, "<section id=\"table\"><h2>Files</h2>\n<table id=\"files\">\n<thead><tr>");
+    for (html_column const& column : columns) {
+        put(out, "<th scope=\"col\" data-kind=\"");
+        put(out, column.sort);
+        put(out, "\"><button type=\"button\">");
+        put(out, column.heading);
+        put(out, "</button></th>");
+    }
+    put(out, "</tr></thead>\n<tbody>\n");
+}
+
+bool write_html_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded,
+                       html_page_state& state, check_tally& tally)
+{
+    if (decoded) {
+        std::vector<finding> const found = find_inconsistencies(file.entry, settings.run_started);
+        put_file_rows(out, {file, ++state.rows, found});
+        count_checks(tally, file.entry, found);
+        return true;
+    }
+    if (state.failed.size() < html_failed_listed)
+        state.failed.push_back({file.file_path, failure_reason(file.entry.failure)});
+    else ++state.failed_unlisted;
+    return false;
+}
+
+void write_html_end(std::ostream& out, html_page_state const& state, std::vector<html_count> const& counts)
+{
+    if (state.rows == 0)
+        put(out, "<tr><td colspan=\"" + std::to_string(std::size(columns)) + "\">No file was decoded.</td></tr>\n");
+    put(out, "</tbody>\n</table>\n</section>\n<section id=\"failed\"><h2>Files that failed</h2>\n");
+    if (state.failed.empty()) put(out, "<p>None.</p>\n");
+    else {
+        put(out, "<ol class=\"list\">\n");
+        for (html_failed_file const& f : state.failed)
+            put(out, "<li><span class=\"path\">" + html_text(f.path) + "</span>: " + html_text(f.reason) + "</li>\n");
+        put(out, "</ol>\n");
+    }
+    if (state.failed_unlisted > 0)
+        put(out, "<p>" + std::to_string(state.failed_unlisted) +
+                     " more failed files are not listed here; the -json form gives each with its reason.</p>\n");
+    put(out, "</section>\n<section id=\"summary\"><h2>Summary</h2>\n<dl class=\"facts\">\n");
+    for (html_count const& count : counts) put_fact(out, html_text(count.label), std::to_string(count.value));
+    put(out, "</dl>\n</section>\n<script>");
+    put(out, html_script);
+    put(out, "</script>\n</body>\n</html>\n");
+}

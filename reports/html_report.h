@@ -1,0 +1,65 @@
+#pragma once
+// One self-contained HTML5 page per run, for a person to read and to hand on
+// with a case file: the run, an execution timeline, a sortable table of the
+// files with their details, and the files that failed. Styles, script and
+// drawing are inline; the page loads nothing and runs no script but its own.
+//
+// The page is written as the files come, in one pass: the head and the run
+// first, then one table row with its details per file, then the end. Nothing
+// of a decoded file is kept after its row; the script lays out the timeline
+// in the browser from the times each row carries.
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "prefetch/consistency.h"
+#include "reports/report_settings.h"
+#include "reports/report_texts.h"
+
+// The failed files named at the end of the page; past this many, only their
+// count is given (the -json form reports each with its reason).
+inline constexpr std::size_t html_failed_listed = 10000;
+
+struct html_failed_file {
+    std::string path;
+    std::string reason;
+};
+
+// What the page carries from one file to the next.
+struct html_page_state {
+    std::uint64_t rows = 0; // numbers each row's element ids
+    std::vector<html_failed_file> failed;
+    std::uint64_t failed_unlisted = 0;
+};
+
+// A count of the run's summary, by its label.
+struct html_count {
+    std::string label;
+    std::uint64_t value = 0;
+};
+
+// Text for the page. Well-formed UTF-8 stands, and the markup characters
+// become character references. What a page cannot show faithfully is shown
+// as a visible escape: control characters, unpaired UTF-16 surrogates,
+// noncharacters and the direction controls that could reorder a name on
+// screen as "\uXXXX", bytes that are not UTF-8 as "\xXX". In html_text each
+// escape stands in a <mark class="esc">, so that it cannot be taken for the
+// same characters in the name; html_attribute writes it bare, for attribute
+// values and the page title, where no element can stand.
+std::string html_text(std::string_view text);
+std::string html_attribute(std::string_view text);
+
+// The page up to the first file: head, styles, the run and the table's heading.
+// `tags` are the examiner's labels of the evidence (host, user), shown with the run.
+using html_tags = std::vector<std::pair<std::string, std::string>>;
+void write_html_head(std::ostream& out, run_facts const& facts, html_tags const& tags);
+// The row and details of the file in hand, or, when it was not decoded, a
+// place in the list of failed files. The result is `decoded`.
+// A decoded file's checks are counted in `tally`.
+bool write_html_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded,
+                       html_page_state& state, check_tally& tally);
+// The rest of the page: the failed files, the summary and the script.
+void write_html_end(std::ostream& out, html_page_state const& state, std::vector<html_count> const& counts);
