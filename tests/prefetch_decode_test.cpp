@@ -8,6 +8,7 @@
 #include "driver/kito_user_context.h"
 #include "driver/output_entry.h"
 #include "prefetch/byte_reader.h"
+#include "prefetch/evidence_guard.h"
 #include "prefetch/prefetch_header.h"
 #include "support/decoded_file.h"
 #include "support/prefetch_builder.h"
@@ -41,6 +42,20 @@ TEST(ByteReader, ReadsOnlyWhatLiesWhollyInside)
     std::uint16_t u16 = 7;
     EXPECT_TRUE(read_u32(buf, 2, u32) && u32 == 0x06050403u);
     EXPECT_FALSE(read_u16(buf, 5, u16) || u16 != 7);
+}
+
+// Only the marks of a Prefetch file and of the three containers count, each whole and in its place.
+TEST(EvidenceGuard, KnowsTheMarksWholeAndInPlace)
+{
+    using namespace std::literals;
+    std::pair<std::string_view, bool> const heads[] = {
+        {"\x11\0\0\0SCCA"sv, true}, {"MAM\x04"sv, true}, {"MEM0"sv, true}, {"\x81\x81xpress"sv, true},
+        {"\x11\0\0\0SCC"sv, false}, {"SCCA\0\0\0\0"sv, false}, {"MA"sv, false}, {"MEM"sv, false},
+        {"\x81\x81xpres"sv, false}, {"\x81\x81xpresS"sv, false}, {""sv, false}};
+    for (auto const& [head, evidence] : heads) {
+        byte_view const view{reinterpret_cast<std::uint8_t const*>(head.data()), head.size()};
+        EXPECT_EQ(begins_like_evidence(view), evidence) << head;
+    }
 }
 
 TEST(PrefetchDecode, AcceptanceLooksAtSizeAndSignatureOnly)
