@@ -124,6 +124,8 @@ std::vector<pf_sample> sample_files(bool seeds)
         pf_fields f;
         f.version = s.version, f.metrics_offset = s.metrics_offset, f.exe_name = s.exe, f.run_count = 23, f.last_run = s.last_run;
         for (std::size_t i = 0; i < 6; ++i) f.run_slots[i] = s.last_run - i * 26 * hour;
+        if (s.version == 30 && s.metrics_offset == 296) f.run_slots[5] = 500000000000000000ULL; // past the year 3000
+        if (s.version == 31) f.file_references = {0x0001000000006436ULL, 0, 0xfffeffffffffffffULL};
         std::u16string const users = s.volume + u"\\USERS", windows = s.volume + u"\\WINDOWS", system32 = windows + u"\\SYSTEM32";
         f.file_strings = {system32 + u"\\NTDLL.DLL", system32 + u"\\KERNEL32.DLL", system32 + u"\\KERNELBASE.DLL",
                           system32 + u"\\" + s.exe, system32 + u"\\LOCALE.NLS", system32 + u"\\EN-US\\" + s.exe + u".MUI",
