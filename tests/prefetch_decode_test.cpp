@@ -5,8 +5,6 @@
 #include <cstdio>
 #include <functional>
 
-#include "driver/kito_user_context.h"
-#include "driver/output_entry.h"
 #include "prefetch/byte_reader.h"
 #include "prefetch/evidence_guard.h"
 #include "prefetch/prefetch_header.h"
@@ -127,34 +125,6 @@ TEST(PrefetchDecode, DamageDegradesRatherThanRejects)
         ASSERT_EQ(e.volume_records.size(), n);
         for (std::size_t v = 0; v < n; ++v)
             EXPECT_TRUE(std::equal(e.volume_records[v].begin(), e.volume_records[v].end(), image.bytes.begin() + image.volumes_offset + v * image.record_size)) << v;
-    }
-}
-
-TEST(PrefetchDecode, ResetClearsEverythingButTheLabel)
-{
-    kito_user_context context;
-    pf_image const image = build_prefetch(typical_prefetch(26));
-    ASSERT_TRUE(decode_prefetch_buffer(image.bytes.data(), image.size(), context));
-    context.m_entry.input_file_size = 5;
-    reset_decoded_entry(context);
-    auto const& e = context.m_entry;
-    EXPECT_EQ(context.m_version_label, "Win8 Prefetch");
-    EXPECT_TRUE(e.target_name.empty() && e.target_path.empty() && e.file_strings.empty() && e.volume_paths.empty() &&
-                e.volume_dirs.empty() && e.volume_records.empty() && e.entry_times.empty() && e.prev_run_times.empty());
-    EXPECT_EQ(e.run_count + e.last_run + e.input_file_size, 0u);
-}
-
-TEST(PrefetchDecode, LoadFailures)
-{
-    temp_folder const folder("decode");
-    std::string const dir = folder.path(), bad_utf8 = dir + "/\xff.pf";
-    pf_image const good = build_prefetch(typical_prefetch(17));
-    write_file(bad_utf8, good.bytes);
-    // The last one is readable, but the file system cannot be asked for its facts.
-    for (std::string const& path : {dir + "/missing.pf", std::string(), bad_utf8}) {
-        decoded_file file;
-        EXPECT_FALSE(file.load(path)) << path;
-        EXPECT_EQ(file.err, path == bad_utf8 ? "" : "prob reading file " + path + "\n");
     }
 }
 
