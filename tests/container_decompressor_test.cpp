@@ -255,38 +255,4 @@ TEST(huffman_bounds, rounds_stay_inside_input_and_output)
     }
 }
 
-TEST(container_outcomes, follow_the_header_and_input_size)
-{
-    auto const xpress_of = [](std::size_t size, std::uint8_t code) {
-        return xpress_container(plain_lz77_stream(lz_parse(text_like(size), {8192, true})), code);
-    };
-    byte_vec const header = {'M', 'A', 'M', 0x04, 5, 0, 0, 0};
-    byte_vec table = huffman_block(tokens("ab"));
-    table.insert(table.begin(), header.begin(), header.end());
-    struct { char const* name; byte_vec input; std::uint32_t kind; bool ok; std::size_t output_size; bool table_ready; }
-    const cases[] = {
-        {"12 bytes", with_size(header, 12), container_none, false, 0, false},
-        {"13-byte MAM header", with_size(header, 13), container_mam, true, 5, false},
-        {"MAM any fourth byte", with_size({'M', 'A', 'M', 'X', 0x10, 0x27}, 13), container_mam, true, 10000, false},
-        {"MAM of size 0", with_size({'M', 'A', 'M', 0x04}, 300), container_none, false, 0, false},
-        {"MEM0 of size 0", with_size({'M', 'E', 'M', '0'}, 300), container_none, false, 0, false},
-        {"264: header and table only", with_size(table, 264), container_mam, true, 5, false},
-        {"265: one byte behind the table", with_size(table, 265), container_mam, true, 5, true},
-        {"xpress size code 15", xpress_of(5000, 15), container_xpress, true, 65536, true},
-        {"xpress size code 16", xpress_of(5000, 16), container_xpress, false, 0, false},
-        {"xpress code 0, 257 bytes", with_size(xpress_of(200, 0), 257), container_xpress, false, 0, false},
-        {"xpress code 0, 256 bytes", with_size(xpress_of(200, 0), 256), container_xpress, true, 4096, false},
-        {"xpress stream beyond input", with_size(xpress_of(200, 15), 20), container_xpress, false, 0, false},
-    };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
-        std::uint32_t declared = 0;
-        EXPECT_EQ(detect_container(declared, c.input), c.kind);
-        container_decompressor decompressor;
-        EXPECT_EQ(decompressor.decompress_container(c.input), c.ok);
-        EXPECT_EQ(decompressor.table_ready(), c.table_ready);
-        if (c.ok) { EXPECT_EQ(decompressor.output().size(), c.output_size); }
-    }
-}
-
 } // namespace

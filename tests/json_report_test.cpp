@@ -128,37 +128,4 @@ TEST(JsonReport, HashOfTheHeaderAgainstTheFileName)
     }
 }
 
-// A whole record: every member in its place, times in both forms, the
-// previous runs latest first, a time past 3000 null beside its raw value.
-TEST(JsonReport, WholePrefetchRecord)
-{
-    report_settings settings;
-    settings.host_name = "WS01", settings.host_name_given = true;
-    prefetch_entry e;
-    e.input_file_size = 23042, e.input_modified = 130450000000000000ULL, e.format_version = 30;
-    e.container_kinds = {container_mam}, e.decoded_size = 31744, e.prefetch_hash = 0xd8414f97;
-    e.target_name = "NOTEPAD.EXE", e.target_path = "\\VOLUME{1}\\NOTEPAD.EXE", e.run_count = 5;
-    e.last_run = 131000000000000001ULL, e.prev_run_times = {130000000000000000ULL, 500000000000000000ULL};
-    e.file_strings = {{180, e.target_path}, {100, "\\VOLUME{1}\\NTDLL.DLL"}};
-    e.file_references = {{100, {25654, 1}}};
-    e.volume_paths = {"\\VOLUME{1}"}, e.volume_times = {0}, e.volume_serials = {0xa4c300f1u};
-    e.volume_dirs = {{{1, "\\VOLUME{1}\\WINDOWS"}}};
-    EXPECT_EQ(record_of(e, pf, settings),
-              R"({"record":"prefetch","path":"/cases/NOTEPAD.EXE-D8414F97.pf","file_name":"NOTEPAD.EXE-D8414F97.pf",)"
-              R"("file_size":23042,"file_modified":"2014-05-19T19:06:40.0000000Z","file_accessed":null,"file_changed":null,)"
-              R"("file_created":null,"sha256":null,)"
-              R"("format_version":30,"label":"Win10 Prefetch","container":"MAM","decoded_size":31744,)"
-              R"("executable":"NOTEPAD.EXE","executable_path":"\\VOLUME{1}\\NOTEPAD.EXE","prefetch_hash":"D8414F97",)"
-              R"("name_hash":"D8414F97","hash_matches_name":true,"hash_matches_path":null,"hash_path":null,"run_count":5,)"
-              R"("last_run":"2016-02-15T08:53:20.0000001Z","last_run_filetime":131000000000000001,)"
-              R"("previous_runs":[null,"2012-12-14T23:06:40.0000000Z"],)"
-              R"("previous_runs_filetime":[500000000000000000,130000000000000000],)"
-              R"("findings":["run_after_file_modified","run_in_future"],)"
-              R"("files":[{"path":"\\VOLUME{1}\\NTDLL.DLL","mft_entry":25654,"mft_sequence":1},)"
-              R"({"path":"\\VOLUME{1}\\NOTEPAD.EXE","mft_entry":null,"mft_sequence":null}],)"
-              R"("volumes":[{"device_path":"\\VOLUME{1}","created":null,"created_filetime":0,"serial":"a4c3-00f1",)"
-              R"("directories":["\\VOLUME{1}\\WINDOWS"]}],"host":"WS01"})"
-              "\n");
-}
-
 } // namespace

@@ -5,9 +5,8 @@
 #include <cstdio>
 #include <functional>
 
-#include "driver/kito_user_context.h"
-#include "driver/output_entry.h"
 #include "prefetch/byte_reader.h"
+#include "prefetch/evidence_guard.h"
 #include "prefetch/prefetch_header.h"
 #include "support/decoded_file.h"
 #include "support/prefetch_builder.h"
@@ -41,6 +40,20 @@ TEST(ByteReader, ReadsOnlyWhatLiesWhollyInside)
     std::uint16_t u16 = 7;
     EXPECT_TRUE(read_u32(buf, 2, u32) && u32 == 0x06050403u);
     EXPECT_FALSE(read_u16(buf, 5, u16) || u16 != 7);
+}
+
+// Only the marks of a Prefetch file and of the three containers count, each whole and in its place.
+TEST(EvidenceGuard, KnowsTheMarksWholeAndInPlace)
+{
+    using namespace std::literals;
+    std::pair<std::string_view, bool> const heads[] = {
+        {"\x11\0\0\0SCCA"sv, true}, {"MAM\x04"sv, true}, {"MEM0"sv, true}, {"\x81\x81xpress"sv, true},
+        {"\x11\0\0\0SCC"sv, false}, {"SCCA\0\0\0\0"sv, false}, {"MA"sv, false}, {"MEM"sv, false},
+        {"\x81\x81xpres"sv, false}, {"\x81\x81xpresS"sv, false}, {""sv, false}};
+    for (auto const& [head, evidence] : heads) {
+        byte_view const view{reinterpret_cast<std::uint8_t const*>(head.data()), head.size()};
+        EXPECT_EQ(begins_like_evidence(view), evidence) << head;
+    }
 }
 
 TEST(PrefetchDecode, AcceptanceLooksAtSizeAndSignatureOnly)
@@ -112,34 +125,6 @@ TEST(PrefetchDecode, DamageDegradesRatherThanRejects)
         ASSERT_EQ(e.volume_records.size(), n);
         for (std::size_t v = 0; v < n; ++v)
             EXPECT_TRUE(std::equal(e.volume_records[v].begin(), e.volume_records[v].end(), image.bytes.begin() + image.volumes_offset + v * image.record_size)) << v;
-    }
-}
-
-TEST(PrefetchDecode, ResetClearsEverythingButTheLabel)
-{
-    kito_user_context context;
-    pf_image const image = build_prefetch(typical_prefetch(26));
-    ASSERT_TRUE(decode_prefetch_buffer(image.bytes.data(), image.size(), context));
-    context.m_entry.input_file_size = 5;
-    reset_decoded_entry(context);
-    auto const& e = context.m_entry;
-    EXPECT_EQ(context.m_version_label, "Win8 Prefetch");
-    EXPECT_TRUE(e.target_name.empty() && e.target_path.empty() && e.file_strings.empty() && e.volume_paths.empty() &&
-                e.volume_dirs.empty() && e.volume_records.empty() && e.entry_times.empty() && e.prev_run_times.empty());
-    EXPECT_EQ(e.run_count + e.last_run + e.input_file_size, 0u);
-}
-
-TEST(PrefetchDecode, LoadFailures)
-{
-    temp_folder const folder("decode");
-    std::string const dir = folder.path(), bad_utf8 = dir + "/\xff.pf";
-    pf_image const good = build_prefetch(typical_prefetch(17));
-    write_file(bad_utf8, good.bytes);
-    // The last one is readable, but the file system cannot be asked for its facts.
-    for (std::string const& path : {dir + "/missing.pf", std::string(), bad_utf8}) {
-        decoded_file file;
-        EXPECT_FALSE(file.load(path)) << path;
-        EXPECT_EQ(file.err, path == bad_utf8 ? "" : "prob reading file " + path + "\n");
     }
 }
 

@@ -1,5 +1,7 @@
 #include "support/prefetch_builder.h"
 
+#include "support/container_encoder.h"
+
 #include <algorithm>
 
 namespace {
@@ -103,4 +105,43 @@ pf_fields typical_prefetch(std::uint32_t version)
                  {v3, 130800000000000000ULL, 0x9abcdef0, std::vector<std::uint8_t>(16, 0xcd),
                   {v3 + u"\\USERS", v3 + u"\\USERS\\EXAMINER"}}};
     return f;
+}
+
+std::vector<pf_sample> sample_files(bool seeds)
+{
+    constexpr std::uint64_t hour = 36000000000ULL;
+    std::u16string const hdd2 = u"\\DEVICE\\HARDDISKVOLUME2", guid = u"\\VOLUME{01d2a6f36f1b3b2c-a8c4b5f2}";
+    struct { char const* name; std::uint32_t version, metrics_offset; std::u16string exe, volume; std::uint64_t last_run; } const rows[] = {
+        {"NOTEPAD.EXE-336351A9.pf", 17, 152, u"NOTEPAD.EXE", u"\\DEVICE\\HARDDISKVOLUME1", 128500000000000000ULL},
+        {"CMD.EXE-4A81B364.pf", 23, 240, u"CMD.EXE", hdd2, 129900000000000000ULL},
+        {"CALC.EXE-77FDF17F.pf", 26, 304, u"CALC.EXE", hdd2, 130300000000000000ULL},
+        {"MSPAINT.EXE-8F2A1C3D.pf", 30, 304, u"MSPAINT.EXE", guid, 131300000000000000ULL},
+        {"WORDPAD.EXE-2B4E7D19.pf", 30, 296, u"WORDPAD.EXE", guid, 131900000000000000ULL},
+        {"SNIPPINGTOOL.EXE-4E1A2B3C.pf", 31, 296, u"SNIPPINGTOOL.EXE", guid, 133400000000000000ULL},
+    };
+    std::vector<pf_sample> out;
+    for (auto const& s : rows) {
+        pf_fields f;
+        f.version = s.version, f.metrics_offset = s.metrics_offset, f.exe_name = s.exe, f.run_count = 23, f.last_run = s.last_run;
+        for (std::size_t i = 0; i < 6; ++i) f.run_slots[i] = s.last_run - i * 26 * hour;
+        if (s.version == 30 && s.metrics_offset == 296) f.run_slots[5] = 500000000000000000ULL; // past the year 3000
+        if (s.version == 31) f.file_references = {0x0001000000006436ULL, 0, 0xfffeffffffffffffULL};
+        std::u16string const users = s.volume + u"\\USERS", windows = s.volume + u"\\WINDOWS", system32 = windows + u"\\SYSTEM32";
+        f.file_strings = {system32 + u"\\NTDLL.DLL", system32 + u"\\KERNEL32.DLL", system32 + u"\\KERNELBASE.DLL",
+                          system32 + u"\\" + s.exe, system32 + u"\\LOCALE.NLS", system32 + u"\\EN-US\\" + s.exe + u".MUI",
+                          users + u"\\ANALYST\\DESKTOP\\CASE NOTES.TXT"};
+        f.volumes = {{s.volume, s.last_run - 9000 * hour, 0x5a3c90e1, std::vector<std::uint8_t>(48, 0),
+                      {users, users + u"\\ANALYST", users + u"\\ANALYST\\DESKTOP", windows, system32, system32 + u"\\EN-US"}}};
+        pf_image image = build_prefetch(f);
+        out.push_back({s.name, s.version >= 30 ? encode_mam(image.bytes) : image.bytes});
+        if (!seeds) continue;
+        std::string const seed = std::string("seed-") + s.name;
+        out.push_back({seed + ".cut", std::vector<std::uint8_t>(image.bytes.begin(), image.bytes.end() - 37)});
+        pf_image unknown = image, counts = image;
+        unknown.put_u32(0, 32), unknown.put_u32(84, 300);
+        counts.put_u32(88, 0), counts.put_u32(image.volumes_offset + 32, 0xffff);
+        out.push_back({seed + ".unknown", unknown.bytes});
+        out.push_back({seed + ".counts", counts.bytes});
+    }
+    return out;
 }

@@ -44,3 +44,13 @@ struct pf_image {
 pf_image build_prefetch(pf_fields const& fields);
 // A sound file of the version with three strings and two volumes.
 pf_fields typical_prefetch(std::uint32_t version);
+
+// The samples of tests/cases and the fuzzing seeds: one file a layout, as that Windows writes it, with
+// seven strings and one volume (Windows 11's with file references, one Windows 10 with a run
+// past the year 3000); Windows 10 and 11 pack theirs as "MAM" containers. With `seeds`, each
+// plain image also cut short, with an unknown version, and with counts that point past the end.
+struct pf_sample {
+    std::string name;
+    std::vector<std::uint8_t> bytes;
+};
+std::vector<pf_sample> sample_files(bool seeds);

@@ -64,14 +64,17 @@ std::string corpus_dir()
     return !dir.empty() && stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? dir : std::string();
 }
 
-void write_file(std::string const& path, std::string const& bytes)
+bool write_file(std::string const& path, std::string const& bytes)
 {
-    std::ofstream(path, std::ios::binary) << bytes;
+    std::ofstream out(path, std::ios::binary);
+    out << bytes;
+    out.close();
+    return !out.fail();
 }
 
-void write_file(std::string const& path, std::vector<std::uint8_t> const& bytes)
+bool write_file(std::string const& path, std::vector<std::uint8_t> const& bytes)
 {
-    write_file(path, std::string(bytes.begin(), bytes.end()));
+    return write_file(path, std::string(bytes.begin(), bytes.end()));
 }
 
 std::string read_file(std::string const& path)

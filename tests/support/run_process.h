@@ -29,8 +29,8 @@ process_result run_tool(std::string const& program, std::vector<std::string> arg
 std::string env_or_empty(char const* name);
 // The shared corpus folder, or empty when it is absent.
 std::string corpus_dir();
-void write_file(std::string const& path, std::string const& bytes);
-void write_file(std::string const& path, std::vector<std::uint8_t> const& bytes);
+bool write_file(std::string const& path, std::string const& bytes);
+bool write_file(std::string const& path, std::vector<std::uint8_t> const& bytes);
 std::string read_file(std::string const& path);
 // How often `part` occurs in `text`, overlaps included.
 std::size_t count_of(std::string const& text, std::string const& part);
