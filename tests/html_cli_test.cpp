@@ -8,46 +8,42 @@
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 
 #include "reports/html_report.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
-#include "support/temp_folder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using json = nlohmann::json;
 
 bool browser_and_tidy_present()
 {
     return run_tool("chromium", {"--version"}).status == 0 && run_tool("tidy", {"-v"}).status == 0;
 }
 
-// The page as Chromium has it once its script ran, or a screenshot of it.
-// Console messages, script errors and refused loads land on standard error.
-process_result browse(temp_folder const& work, std::string const& page, std::string const& screenshot = {})
+// The page, written into `work`, as Chromium has it once its script ran, and a screenshot of it
+// where `shot` names one: each load without a console message, script error or refused load (they
+// land on standard error), and tidy finds nothing in the page.
+std::string dom_of(temp_folder const& work, std::string const& page, std::string const& shot = {})
 {
     static int profile = 0;
-    std::vector<std::string> args{"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-                                  "--disable-background-networking", "--disable-component-update", "--disable-sync",
-                                  "--user-data-dir=" + work / ("profile" + std::to_string(++profile)),
-                                  "--enable-logging=stderr", "--v=0", "--hide-scrollbars"};
-    if (screenshot.empty()) args.push_back("--dump-dom");
-    else args.insert(args.end(), {"--window-size=1400,1000", "--screenshot=" + screenshot});
-    args.push_back("file://" + page);
-    return run_tool("chromium", args);
-}
-
-void expect_loads_quietly(process_result const& browser)
-{
-    EXPECT_EQ(browser.status, 0);
-    EXPECT_EQ(count_of(browser.err, ":CONSOLE"), 0u) << browser.err;
-}
-
-void expect_tidy_clean(std::string const& page)
-{
-    process_result const tidy = run_tool("tidy", {"-errors", "-q", page});
+    write_file(work / "page.html", page);
+    std::string dom;
+    for (std::string const mode : {std::string("--dump-dom"), "--screenshot=" + shot}) {
+        if (mode == "--screenshot=") break;
+        process_result const browser = run_tool("chromium", {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+            "--disable-background-networking", "--disable-component-update", "--disable-sync", "--enable-logging=stderr", "--v=0",
+            "--user-data-dir=" + work / ("profile" + std::to_string(++profile)), "--hide-scrollbars", "--window-size=1400,1000", mode, "file://" + work / "page.html"});
+        EXPECT_EQ(browser.status, 0) << mode;
+        EXPECT_EQ(count_of(browser.err, ":CONSOLE"), 0u) << browser.err;
+        if (dom.empty()) dom = browser.out;
+    }
+    process_result const tidy = run_tool("tidy", {"-errors", "-q", work / "page.html"});
     EXPECT_EQ(tidy.status, 0) << tidy.err;
+    return dom;
 }
 
 // The run and last-run marks of each timeline row, by the number of the
@@ -67,10 +63,9 @@ TEST(HtmlPage, CorpusBatchShowsEveryFileAndEveryStoredRun)
 {
     if (!browser_and_tidy_present()) GTEST_SKIP() << "chromium or tidy not installed";
     if (corpus_dir().empty()) GTEST_SKIP() << "corpus absent";
-    std::vector<std::string> names;
+    std::set<std::string> names; // in name order
     for (auto const& entry : fs::recursive_directory_iterator(corpus_dir() + "/real"))
-        if (entry.is_regular_file()) names.push_back(entry.path());
-    std::sort(names.begin(), names.end());
+        if (entry.is_regular_file()) names.insert(entry.path());
     std::string list;
     for (std::string const& name : names) list += name + "\n";
 
@@ -79,7 +74,7 @@ TEST(HtmlPage, CorpusBatchShowsEveryFileAndEveryStoredRun)
     std::size_t failed = 0;
     std::istringstream records(run_kito({"-pipe", "-json"}, list).out);
     for (std::string line; std::getline(records, line);) {
-        auto const record = nlohmann::json::parse(line);
+        auto const record = json::parse(line);
         if (record["record"] == "error") ++failed;
         if (record["record"] != "prefetch") continue;
         auto const& previous = record["previous_runs"];
@@ -91,10 +86,10 @@ TEST(HtmlPage, CorpusBatchShowsEveryFileAndEveryStoredRun)
     temp_folder work("html");
     process_result const page = run_kito({"-pipe", "-html"}, list);
     ASSERT_EQ(page.status, 0) << page.err;
-    write_file(work / "page.html", page.out);
-    process_result const browser = browse(work, work / "page.html");
-    expect_loads_quietly(browser);
-    std::string const& dom = browser.out;
+    // A picture for a person to look at, beside the built kito.
+    std::string const shot = fs::path(env_or_empty("KITO_BINARY")).parent_path() / "html-report.png";
+    std::string const dom = dom_of(work, page.out, shot);
+    EXPECT_GT(fs::file_size(shot), 10000u);
     EXPECT_EQ(count_of(dom, "<tr class=\"file\""), runs.size());
     EXPECT_EQ(count_of(dom, "<g class=\"tl-row\""), runs.size());
     std::map<int, std::size_t> const marks = marks_by_row(dom);
@@ -102,32 +97,9 @@ TEST(HtmlPage, CorpusBatchShowsEveryFileAndEveryStoredRun)
     std::size_t const failed_list = dom.find("id=\"failed\"");
     ASSERT_NE(failed_list, std::string::npos);
     EXPECT_EQ(count_of(dom.substr(failed_list, dom.find("</section>", failed_list) - failed_list), "<li>"), failed);
-    expect_tidy_clean(work / "page.html");
-
-    // A picture for a person to look at, beside the built kito.
-    std::string const shot = fs::path(env_or_empty("KITO_BINARY")).parent_path() / "html-report.png";
-    expect_loads_quietly(browse(work, work / "page.html", shot));
-    EXPECT_GT(fs::file_size(shot), 10000u);
 }
 
-// A string of the file and how the browser's DOM serializes it as text.
-struct hostile_text {
-    std::u16string evidence;
-    std::string evidence_shown;
-    std::string disk_name;
-    std::string disk_name_shown;
-};
-
-std::string const esc = "<mark class=\"esc\">";
-
-hostile_text const hostile[] = {
-    {u"<script>alert(1)</script>", "&lt;script&gt;alert(1)&lt;/script&gt;", "<script>.pf", "&lt;script&gt;.pf"},
-    {u"</svg><b>x</b>",            "&lt;/svg&gt;&lt;b&gt;x&lt;/b&gt;",       "q\"'&.pf",     "q\"'&amp;.pf"},
-    {u"\"'&amp;",                  "\"'&amp;amp;",                           "\xED\xA0\x80.pf", esc + "\\uD800</mark>.pf"},
-    {{u'A', char16_t(0xD800), u'B'}, "A" + esc + "\\uD800</mark>B",          "n\nl.pf",      "n" + esc + "\\u000A</mark>l.pf"},
-    {u"L\r\nE",                    "L" + esc + "\\u000D</mark>" + esc + "\\u000A</mark>E", "&lt;.pf", "&amp;lt;.pf"},
-    {u"\x202Etxt.exe",             esc + "\\u202E</mark>txt.exe",            "plain.pf",     "plain.pf"},
-};
+json const data = json::parse(table_text("html_cli"));
 
 TEST(HtmlPage, HostileStringsStandAsTextAndAddNoElement)
 {
@@ -135,51 +107,38 @@ TEST(HtmlPage, HostileStringsStandAsTextAndAddNoElement)
     temp_folder work("html-hostile");
     fs::create_directory(work / "pf");
     // Each string is the program's name, a loaded file, a volume's device path and one of its directories.
-    for (hostile_text const& text : hostile) {
+    for (json const& text : data.at("hostile")) {
         pf_fields fields = typical_prefetch(30);
-        fields.exe_name = fields.file_strings[2] = fields.volumes[0].device_path = text.evidence;
-        fields.volumes[0].directories[0] = text.evidence;
-        write_file(work / "pf" + "/" + text.disk_name, build_prefetch(fields).bytes);
+        fields.exe_name = fields.file_strings[2] = fields.volumes[0].device_path = table_units(text.at("evidence"));
+        fields.volumes[0].directories[0] = fields.exe_name;
+        write_file(work / "pf" + "/" + table_bytes(text.at("disk_name")), build_prefetch(fields).bytes);
     }
     // Bytes that are not UTF-8 come from the command line: the examiner's tag
     // shows them in the run section and in the command. -html wins over -csv.
     process_result const page = run_kito({"-enumdir", work / "pf", "-csv", "-html", "-hostname", "<i>\xFF"});
     ASSERT_EQ(page.status, 0) << page.err;
-    write_file(work / "page.html", page.out);
-    process_result const browser = browse(work, work / "page.html");
-    expect_loads_quietly(browser);
-    std::string const& dom = browser.out;
-    std::size_t const files = std::size(hostile);
+    std::string const dom = dom_of(work, page.out);
+    std::size_t const files = data.at("hostile").size();
     EXPECT_EQ(count_of(dom, "<script"), 1u);
     EXPECT_EQ(std::pair(count_of(dom, "<svg"), count_of(dom, "</svg>")), std::pair(std::size_t{1}, std::size_t{1}));
     EXPECT_EQ(count_of(dom, "<b>"), 0u);
     EXPECT_EQ(count_of(dom, "<tr class=\"file\""), files);
     EXPECT_EQ(count_of(dom, "<g class=\"tl-row\""), files);
-    for (hostile_text const& text : hostile) {
-        SCOPED_TRACE(text.evidence_shown);
-        EXPECT_GE(count_of(dom, text.evidence_shown), 4u);
-        EXPECT_EQ(count_of(dom, "/pf/" + text.disk_name_shown), 1u);
+    for (json const& text : data.at("hostile")) {
+        SCOPED_TRACE(text.at("evidence_shown").get<std::string>());
+        EXPECT_GE(count_of(dom, text.at("evidence_shown")), 4u);
+        EXPECT_EQ(count_of(dom, "/pf/" + text.at("disk_name_shown").get<std::string>()), 1u);
     }
-    EXPECT_EQ(count_of(dom, "&lt;i&gt;" + esc + "\\xFF</mark>"), 2u);
-    expect_tidy_clean(work / "page.html");
+    EXPECT_EQ(count_of(dom, "&lt;i&gt;<mark class=\"esc\">\\xFF</mark>"), 2u);
 }
 
-// The escapes without a browser: one row per kind of text a page cannot take as it is.
+// The escapes without a browser.
 TEST(HtmlEscape, TextAndAttributeForms)
 {
-    struct row { std::string input, text, attribute; } const rows[] = {
-        {"a<b>&\"'",           "a&lt;b&gt;&amp;&quot;&#39;",   "a&lt;b&gt;&amp;&quot;&#39;"},
-        {"\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"},
-        {"x\xED\xA0\x80",       "x" + esc + "\\uD800</mark>",   "x\\uD800"},
-        {"\xFF\xC0\x80",        esc + "\\xFF</mark>" + esc + "\\xC0</mark>" + esc + "\\x80</mark>", "\\xFF\\xC0\\x80"},
-        {"a\tb\x7F",            "a" + esc + "\\u0009</mark>b" + esc + "\\u007F</mark>", "a\\u0009b\\u007F"},
-        {"\xC2\x85\xE2\x80\xAE\xEF\xBF\xBF", esc + "\\u0085</mark>" + esc + "\\u202E</mark>" + esc + "\\uFFFF</mark>", "\\u0085\\u202E\\uFFFF"},
-        {"",                    "<em class=\"none\">(empty)</em>", ""},
-    };
-    for (row const& r : rows) {
-        SCOPED_TRACE(r.attribute);
-        EXPECT_EQ(html_text(r.input), r.text);
-        EXPECT_EQ(html_attribute(r.input), r.attribute);
+    for (json const& row : data.at("escapes")) {
+        SCOPED_TRACE(row.at("attribute").get<std::string>());
+        EXPECT_EQ(html_text(table_bytes(row.at("input"))), row.at("text"));
+        EXPECT_EQ(html_attribute(table_bytes(row.at("input"))), row.at("attribute"));
     }
 }
 

@@ -89,3 +89,26 @@ std::size_t count_of(std::string const& text, std::string const& part)
     for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
     return count;
 }
+
+std::string table_text(std::string const& name)
+{
+    return read_file(env_or_empty("KITO_SOURCE") + "/tests/cases/tables/" + name + ".json");
+}
+
+std::string table_bytes(std::string const& text)
+{
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i)
+        if (text.compare(i, 2, "\\x") == 0) out += char(std::stoi(text.substr(i + 2, 2), nullptr, 16)), i += 3;
+        else out += text[i];
+    return out;
+}
+
+std::u16string table_units(std::string const& text)
+{
+    std::u16string out;
+    for (std::size_t i = 0; i < text.size(); ++i)
+        if (text.compare(i, 2, "\\u") == 0) out += char16_t(std::stoi(text.substr(i + 2, 4), nullptr, 16)), i += 5;
+        else out += char16_t(static_cast<unsigned char>(text[i]));
+    return out;
+}
