@@ -1,17 +1,16 @@
-// Real consumers read kito's output: sleuthkit's mactime the bodyfile, Python's csv module the CSV forms,
-// Python's json module and jq every line of -json, and the README's jq line for Timesketch.
+// Real consumers read kito's output: Python's csv module the CSV forms, Python's json module and jq every
+// line of -json, and the README's jq line for Timesketch. (The bodyfile of the corpus is a golden file.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <iterator>
-#include <nlohmann/json.hpp>
-#include <regex>
 #include <sstream>
 
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
+#include "support/test_table.h"
 
 namespace {
 
@@ -43,47 +42,21 @@ std::string run_batch(std::vector<std::string> const& files, std::vector<std::st
     return body;
 }
 
-TEST_F(Consumers, MactimeListsTheRunTimesOfTheTextReport)
-{
-    std::size_t checked = 0;
-    run_batch(files, {"-pipe", "-bodyfile"}, dir + "/body");
-    process_result const listing = run_tool("mactime", {"-b", dir + "/body", "-d", "-y"});
-    if (listing.status == 127) GTEST_SKIP() << "mactime is not installed";
-    ASSERT_EQ(listing.status, 0) << listing.err;
-    std::string name;
-    std::istringstream text(run_batch(files, {"-pipe"}));
-    // "Last run:       2014-06-01 10:20:30.123" stands in a mactime row (date, size, type, mode, uid, gid, meta,
-    // name) at "2014-06-01T10:20:30Z" as a change, "..c.", and a previous run as a modification, "m...", too.
-    for (std::string line; std::getline(text, line);) {
-        if (line.starts_with("Analyzing file: ")) name = std::filesystem::path(line.substr(16)).filename().string();
-        bool const last = line.starts_with("Last run:       ");
-        if ((!last && !line.starts_with("Prev run:       ")) || line.size() < 35) continue;
-        std::regex const row("\n" + line.substr(16, 10) + "T" + line.substr(27, 8) + "Z,[0-9]+," +
-                             (last ? "..c.,,0,0,0,\"" : "m...,,0,0,0,\"") + name + " \\([^\n]*; " + // its "." matches itself too
-                             (last ? "run count: " : "not last time run - but prevtime"));
-        EXPECT_TRUE(std::regex_search(listing.out, row)) << name << ": " << line;
-        ++checked;
-    }
-    EXPECT_GE(checked, good);
-}
-
 TEST_F(Consumers, PythonCsvFindsEqualFieldCounts)
 {
     std::string const table = dir + "/table.csv";
     std::string const script = "import csv, sys\nrows = list(csv.reader(open(sys.argv[1], newline='', encoding='utf-8', "
                                "errors='surrogateescape')))\nprint(len(rows) - 1, *sorted({len(r) for r in rows}))\n";
-    struct { std::vector<std::string> options; std::size_t columns; } const cases[] = {
-        {{"-pipe", "-csv"}, 13}, {{"-pipe", "-csv", "-no_whitespace"}, 13}, {{"-pipe", "-csv", "-verbose"}, 19},
-        {{"-pipe", "-csvl2t"}, 17}, {{"-pipe", "-csvl2t", "-pair_datetime"}, 16}};
-    for (auto const& c : cases) {
-        run_batch(files, c.options, table);
+    for (json const& c : test_rows("consumers", "csv")) {
+        auto const [options, columns] = c.get<std::pair<std::vector<std::string>, std::size_t>>();
+        run_batch(files, options, table);
         process_result const read = run_tool("python3", {"-c", script, table});
         if (read.status == 127) GTEST_SKIP() << "python3 is not installed";
         std::istringstream counts(read.out);
         std::vector<std::size_t> const n{std::istream_iterator<std::size_t>(counts), {}};
         // Rows under the header, then each distinct width: one width; a CSV row per good file, a timeline at least one.
-        EXPECT_TRUE(n.size() == 2 && n[1] == c.columns && (c.options[1] == "-csv" ? n[0] == good : n[0] >= good))
-            << c.options[1] << " " << c.options.back() << ": " << read.out << read.err;
+        EXPECT_TRUE(n.size() == 2 && n[1] == columns && (options[1] == "-csv" ? n[0] == good : n[0] >= good))
+            << c << ": " << read.out << read.err;
     }
 }
 
@@ -149,48 +122,10 @@ TEST_F(Consumers, EveryJsonLineParsesAndTheReadmeLineMakesOneEventARunTime)
     std::vector<std::string> const events = lines_of(run_tool("jq", {"-cR", readme.substr(start, end - start)}, run.out).out);
     EXPECT_EQ(events.size(), run_times);
     for (std::string const& line : events) {
-        nlohmann::json const event = nlohmann::json::parse(line);
+        json const event = json::parse(line);
         EXPECT_EQ(event.at("datetime").get<std::string>().size(), std::size("2014-06-01T10:20:30.1234567Z") - 1);
         EXPECT_TRUE(event.at("timestamp_desc").get<std::string>().starts_with("Prefetch ")) << line;
     }
-}
-
-// UTF-16 text, read unit by unit with NUL and lone surrogates, comes back from Python's json.loads as
-// the same units; a path's stray bytes through surrogateescape.
-TEST(ConsumersOfJson, TextSurvivesPythonUnitForUnitAndByteForByte)
-{
-    if (env_or_empty("KITO_BINARY").empty()) GTEST_SKIP() << "KITO_BINARY not set";
-    temp_folder const folder{"consumers"};
-    std::string const dir = folder.path(), good = dir + "/odd.pf", stray = dir + "/caf\xe9\xff.pf";
-    std::u16string const directory = {u'\\', 0xd800, u'"', u'\\', 0, u'\n', u'\r', 0xdc00, 0xd83d, 0xde00, u'\u00e9'};
-    std::u16string const file = {u'F', 0xdbff, 0xd800, u'\t', 0x7f};
-    pf_fields fields = typical_prefetch(30);
-    fields.volumes[0].directories = {directory};
-    fields.file_strings[2] = file;
-    write_file(good, build_prefetch(fields).bytes);
-    write_file(stray, build_prefetch(fields).bytes); // read, but the file system is not asked for its facts
-    process_result const run = run_kito({"-pipe", "-json", "-hostname", stray}, good + "\n" + stray + "\n");
-    char const script[] = R"(
-import json, sys
-run, record, error = [json.loads(line) for line in sys.stdin.read().split('\n')[:3]]
-for text in (record['volumes'][0]['directories'][0], record['files'][2]['path']):
-    print(text.encode('utf-16-le', 'surrogatepass').hex())
-for text in (run['arguments'][4], error['path'], error['host']):
-    print(text.encode('utf-8', 'surrogateescape').hex())
-)";
-    process_result const python = run_tool("python3", {"-c", script}, run.out);
-    if (python.status == 127) GTEST_SKIP() << "python3 missing";
-    std::string want;
-    char hex[8];
-    for (std::u16string const& units : {directory, file}) {
-        for (char16_t u : units) std::snprintf(hex, sizeof hex, "%02x%02x", u & 0xff, u >> 8), want += hex;
-        want += "\n";
-    }
-    for (int i = 0; i < 3; ++i) {
-        for (unsigned char c : stray) std::snprintf(hex, sizeof hex, "%02x", c), want += hex;
-        want += "\n";
-    }
-    EXPECT_EQ(python.out, want) << python.err;
 }
 
 } // namespace

@@ -229,11 +229,7 @@ TEST(huffman_bounds, rounds_stay_inside_input_and_output)
     // cut at every phase of their 17 bytes.
     auto const piece_rounds = rounds_of(17, 2000, 16);
     byte_vec const widest_data = apply_tokens(widest), piece_data = apply_tokens(piece_rounds);
-    struct bounds_case {
-        std::string name;
-        byte_vec data, input;
-        std::size_t decoded_at_least;
-    };
+    struct bounds_case { std::string name; byte_vec data, input; std::size_t decoded_at_least; };
     std::vector<bounds_case> all = {
         {"widest rounds to the output's end", widest_data, mam_of(widest), widest_data.size() - 1},
         {"widest rounds cut by the declared size", with_size(widest_data, 30000), mam_of(widest, 30000), 29999},

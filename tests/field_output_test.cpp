@@ -4,45 +4,33 @@
 
 #include <sstream>
 
+#include "support/test_table.h"
+
 
 namespace {
 
+json const table = test_table("field_output");
 constexpr std::uint64_t ft(std::uint64_t unix_seconds) { return 116444736000000000ULL + unix_seconds * 10000000ULL; }
-constexpr std::uint64_t t1 = ft(1401618030), t2 = ft(1401696000), t3 = ft(1401700000); // 2014-06-01, 06-02, 06-02
+constexpr std::uint64_t t1 = ft(1401618030), t2 = ft(1401696000); // 2014-06-01 10:20:30, 06-02 08:00:00
 
 TEST(MarkNewlines, MarksLineEndsByTheirNeighbours)
 {
-    // With an LF present a lone CR stays; in "\n\r\n" the CR serves both marks.
-    std::pair<char const*, char const*> const cases[] = {
-        {"plain", "plain"}, {"A\r\nB\nC\n\rD", "A[CRLF]B[LF]C[LFCR]D"}, {"A\rB\nC\rD", "A\rB[LF]C\rD"}, {"A\rB", "A[CR]B"},
-        {"\r\r", "[CR][CR]"}, {"\n", "[LF]"}, {"\n\r\n", "[LFCR][CRLF]"}, {"x\r\n", "x[CRLF]"}};
     auto const marked = [](std::string text) { return mark_newlines(text), text; };
-    for (auto const& [in, out] : cases) EXPECT_EQ(marked(in), out) << in;
+    for (json const& r : table.at("newlines")) EXPECT_EQ(marked(r[0]), r[1]) << r[0];
 }
 
 TEST(GroupMacbTimes, MergesEqualTimesUnderTheEarliestLetter)
 {
-    struct { char const* name; std::uint64_t m, a, c, b; std::vector<std::pair<std::string, std::string>> rows;
-             std::vector<std::uint64_t> extra = {}; } const cases[] = {
-        {"all equal", t1, t1, t1, t1, {{"MACB", "lm; la; lc; lb"}}},
-        {"M absent, A=B", 0, t2, t1, t2, {{"..C.", "lc"}, {".A.B", "la; lb"}}},
-        {"M=B and A=C", t2, t1, t1, t2, {{".AC.", "la; lc"}, {"M..B", "lm; lb"}}},
-        {"all apart", t3, t2, t1, ft(1000), {{"...B", "lb"}, {"..C.", "lc"}, {".A..", "la"}, {"M...", "lm"}}},
-        {"C=B only", t1, t2, t3, t3, {{"M...", "lm"}, {".A..", "la"}, {"..CB", "lc; lb"}}},
-        {"all absent", 0, 0, 0, 0, {}},
-        {"1970 exactly is no time", ft(0), t1, 0, 0, {{".A..", "la"}}},
-        {"extra stamps fill C", t1, 0, 0, t2, {{"..C.", "x1"}, {"M...", "lm"}, {"..CB", "lb; x0"}}, {t2, ft(5000)}},
-    };
-    for (auto const& c : cases) {
+    for (json const& c : table.at("macb")) {
         time_quad quad;
-        quad.m = c.m, quad.a = c.a, quad.c = c.c, quad.b = c.b, quad.extra_times = c.extra;
+        quad.m = c[1], quad.a = c[2], quad.c = c[3], quad.b = c[4], quad.extra_times = c[5].get<std::vector<std::uint64_t>>();
         quad.m_label = "lm", quad.a_label = "la", quad.c_label = "lc", quad.b_label = "lb";
         quad.extra_labels = {"x0", "x1"}, quad.extra_sources = quad.extra_names = {"", ""};
         time_map map;
         group_macb_times(map, quad);
         std::vector<std::pair<std::string, std::string>> rows;
         for (auto const& [raw, row] : map) rows.emplace_back(row.macb_text, row.type_text);
-        EXPECT_EQ(rows, c.rows) << c.name;
+        EXPECT_EQ(json(rows), c[6]) << c[0];
     }
 }
 

@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "driver/kito_user_context.h"
+#include "support/test_table.h"
 
 namespace {
 
@@ -25,23 +26,13 @@ std::string forms(kito_user_context const& c)
 
 TEST(options, format_wins_and_leftover_words)
 {
-    struct row { std::vector<std::string> words; char const* forms; std::string sep; arg_list left; } const rows[] = {
-        {{"a.pf"}, "verbose", " | ", {"a.pf"}}, {{"a.pf", "-CSV"}, "csv ", ",", {"a.pf"}},
-        {{"a.pf", "-csv", "-longform"}, "verbose", ",", {"a.pf"}}, {{"a.pf", "-xml"}, "verbose", "", {"a.pf"}},
-        // Only -pipe and -enumdir together, without -v, escape the forced long form.
-        {{"-pipe", "-enumdir", "d"}, "csv ", " | ", {}}, {{"-pipe", "-enumdir", "d", "-v"}, "verbose", " | ", {}},
-        {{"a.pf", "-csv=1"}, "verbose", " | ", {"a.pf", "-csv=1"}}, {{"a.pf", "-hostname"}, "csv ", " | ", {"a.pf"}},
-        {{"a.pf", "-bodyfile", "-csv"}, "body ", "|", {"a.pf"}}, {{"a.pf", "-csvl2t"}, "l2t ", ",", {"a.pf"}},
-        {{"a.pf", "-csv", "-csv_separator", "tab"}, "csv ", "\t", {"a.pf"}},
-        {{"a.pf", "-csv", "-csv_separator", " ; ", "-no_whitespace"}, "csv ", ";", {"a.pf"}},
-        {{"a.pf", "-csv", "-filter_path", "x"}, "csv ", ",", {"a.pf", "-filter_path", "x"}},
-    };
-    for (row const& r : rows) {
+    for (json const& row : test_rows("options", "forms")) {
+        auto const [words, forms_set, sep, left_words] = row.get<std::tuple<std::vector<std::string>, std::string, std::string, arg_list>>();
         kito_user_context c;
         arg_list list;
-        pass(c, list, r.words);
+        pass(c, list, words);
         arg_list const left(list.begin() + (list.empty() ? 0 : 1), list.end());
-        EXPECT_EQ(std::tuple(forms(c), c.m_separator, left), std::tuple(r.forms, r.sep, r.left)) << testing::PrintToString(r.words);
+        EXPECT_EQ(std::tuple(forms(c), c.m_separator, left), std::tuple(forms_set, sep, left_words)) << row[0];
     }
 }
 
@@ -50,22 +41,15 @@ TEST(options, time_range_bounds)
     auto const bound = [](std::uint32_t u) {
         return u == 0 ? time_bound{} : time_bound{true, u == UINT32_MAX ? UINT64_MAX : u * 10000000ULL + 116444736000000000ULL, u};
     };
-    // Bounds by their unix seconds: 0 for none, UINT32_MAX for the open end.
-    struct row { std::vector<std::string> words; bool ok; std::uint32_t start, stop; char const* message; } const rows[] = {
-        {{"-cmd_start_time", "2014-06-01"}, true, 1401580800, UINT32_MAX, ""},
-        {{"-cmd_start_time", "2014/06/01 10:20:30"}, true, 1401580800 + 37230, UINT32_MAX, ""},
-        {{"-cmd_stop_time", "2014-06-02"}, true, 0, 1401753599, ""},
-        {{"-cmd_start_time", "2014-06-01 00:00:00", "-cmd_stop_time", "2014-06-01 00:00:00"}, true, 1401580800, 1401580800, ""},
-        {{"-cmd_start_time", "2014-06-02", "-cmd_stop_time", "2014-06-01"}, true, 1401667200, 0, "invalid stop time, ignoring\n"},
-        {{"-cmd_start_time", "2014-13-01"}, true, 0, 0, "invalid start time, ignoring\n"},
-        {{"-cmd_stop_time", "20140601"}, false, 0, 0, ""}};
     auto const facts = [](time_bound const& b) { return std::tuple(b.valid, b.filetime, b.unix_seconds); };
-    for (row const& r : rows) {
+    for (json const& row : test_rows("options", "times")) {
+        auto const [words, ok, start, stop, message] =
+            row.get<std::tuple<std::vector<std::string>, bool, std::uint32_t, std::uint32_t, std::string>>();
         kito_user_context c;
         arg_list list;
-        EXPECT_EQ(pass(c, list, r.words, r.ok), r.message) << r.words[1];
-        if (!r.ok) continue;
-        EXPECT_EQ(std::pair(facts(c.m_start_bound), facts(c.m_stop_bound)), std::pair(facts(bound(r.start)), facts(bound(r.stop))));
+        EXPECT_EQ(pass(c, list, words, ok), message) << words[1];
+        if (!ok) continue;
+        EXPECT_EQ(std::pair(facts(c.m_start_bound), facts(c.m_stop_bound)), std::pair(facts(bound(start)), facts(bound(stop))));
     }
 }
 

@@ -11,8 +11,11 @@
 #include "support/decoded_file.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
+#include "support/test_table.h"
 
 namespace {
+
+json const table = test_table("prefetch_decode");
 
 using strings = std::vector<std::string>;
 
@@ -31,10 +34,7 @@ TEST(ByteReader, ReadsOnlyWhatLiesWhollyInside)
 {
     std::uint8_t const bytes[6] = {1, 2, 3, 4, 5, 6};
     byte_view const buf{bytes, sizeof bytes};
-    struct { std::uint64_t offset, count; bool inside; } const rows[] = {
-        {0, 6, true}, {2, 4, true}, {6, 0, true}, {3, 4, false}, {6, 1, false}, {7, 0, false},
-        {1, UINT64_MAX, false}, {UINT64_MAX, 2, false}};
-    for (auto const& r : rows) EXPECT_EQ(buf.has(r.offset, r.count), r.inside) << r.offset << "+" << r.count;
+    for (json const& r : table.at("reads")) EXPECT_EQ(buf.has(r[0], r[1]), r[2]) << r;
     EXPECT_FALSE((byte_view{nullptr, 6}.has(0, 1)));
     std::uint32_t u32 = 7;
     std::uint16_t u16 = 7;
@@ -45,28 +45,20 @@ TEST(ByteReader, ReadsOnlyWhatLiesWhollyInside)
 // Only the marks of a Prefetch file and of the three containers count, each whole and in its place.
 TEST(EvidenceGuard, KnowsTheMarksWholeAndInPlace)
 {
-    using namespace std::literals;
-    std::pair<std::string_view, bool> const heads[] = {
-        {"\x11\0\0\0SCCA"sv, true}, {"MAM\x04"sv, true}, {"MEM0"sv, true}, {"\x81\x81xpress"sv, true},
-        {"\x11\0\0\0SCC"sv, false}, {"SCCA\0\0\0\0"sv, false}, {"MA"sv, false}, {"MEM"sv, false},
-        {"\x81\x81xpres"sv, false}, {"\x81\x81xpresS"sv, false}, {""sv, false}};
-    for (auto const& [head, evidence] : heads) {
+    for (json const& r : table.at("heads")) {
+        std::string const head = bytes_of(r[0]);
         byte_view const view{reinterpret_cast<std::uint8_t const*>(head.data()), head.size()};
-        EXPECT_EQ(begins_like_evidence(view), evidence) << head;
+        EXPECT_EQ(begins_like_evidence(view), r[1]) << head;
     }
 }
 
 TEST(PrefetchDecode, AcceptanceLooksAtSizeAndSignatureOnly)
 {
-    struct row {
-        std::int32_t size;
-        char const* signature;
-        bool accepted;
-    } const rows[] = {{228, "SCCA", true}, {4096, "SCCA", true}, {227, "SCCA", false}, {228, "scca", false}, {-1, "SCCA", false}};
-    for (auto const& r : rows) {
-        std::vector<std::uint8_t> bytes(4096, 0xff); // version, sizes and offsets all nonsense
-        std::copy_n(r.signature, 4, bytes.begin() + 4);
-        EXPECT_EQ(is_prefetch_buffer(bytes.data(), r.size), r.accepted) << r.size << r.signature;
+    for (json const& r : table.at("accepts")) {
+        std::vector<std::uint8_t> bytes(4096, 0xff);
+        std::string const signature = r[1];
+        std::copy_n(signature.begin(), 4, bytes.begin() + 4);
+        EXPECT_EQ(is_prefetch_buffer(bytes.data(), r[0]), r[2]) << r;
     }
     EXPECT_FALSE(is_prefetch_buffer(nullptr, 4096));
 }

@@ -21,15 +21,22 @@ namespace {
 constexpr std::uint32_t input_limit = 0x1000000;
 constexpr long memory_bound_kb = 1000L * 1000;
 
-// A header whose strings section runs to the end of 16 MiB of zero units:
-// eight million empty file names, each one a line of every report.
-byte_vec zero_units()
+// A header of the version with no strings and no volumes, in 16 MiB of zeros.
+pf_image bare_image(std::uint32_t version)
 {
-    pf_fields fields = typical_prefetch(31);
+    pf_fields fields = typical_prefetch(version);
     fields.file_strings.clear();
     fields.volumes.clear();
     pf_image image = build_prefetch(fields);
     image.bytes.resize(input_limit, 0);
+    return image;
+}
+
+// A header whose strings section runs to the end of 16 MiB of zero units:
+// eight million empty file names, each one a line of every report.
+byte_vec zero_units()
+{
+    pf_image image = bare_image(31);
     image.put_u32(88, 0);           // no count: the strings run to the end
     image.put_u32(108, input_limit); // volumes section empty, at the very end
     return image.bytes;
@@ -40,11 +47,7 @@ byte_vec zero_units()
 byte_vec shared_directories()
 {
     constexpr std::uint32_t records = 100000, record_size = 40, volumes = 232;
-    pf_fields fields = typical_prefetch(17);
-    fields.file_strings.clear();
-    fields.volumes.clear();
-    pf_image image = build_prefetch(fields);
-    image.bytes.resize(input_limit, 0);
+    pf_image image = bare_image(17);
     std::uint32_t const path = volumes + records * record_size;
     image.put_u32(100, input_limit - 2);
     image.put_u32(108, volumes);
@@ -62,11 +65,7 @@ byte_vec shared_directories()
 byte_vec many_volumes()
 {
     constexpr std::uint32_t record_size = 40, volumes = 232, records = (input_limit - volumes - 64) / record_size;
-    pf_fields fields = typical_prefetch(17);
-    fields.file_strings.clear();
-    fields.volumes.clear();
-    pf_image image = build_prefetch(fields);
-    image.bytes.resize(input_limit, 0);
+    pf_image image = bare_image(17);
     image.put_u32(100, input_limit - 2);
     image.put_u32(108, volumes);
     for (std::uint32_t r = 0; r < records; ++r) {

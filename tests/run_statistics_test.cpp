@@ -7,21 +7,17 @@
 #include "driver/cmd_params.h"
 #include "driver/foundation_adapters.h"
 #include "support/run_process.h"
+#include "support/test_table.h"
 
 namespace {
 
 TEST(run_statistics, end_of_run_chores) {
     temp_folder const dir("run_statistics");
     std::string const log_path = dir / "diag.log";
-    struct { bool quiet, profile, diags; std::string err, log; } const cases[] = {
-        {false, false, false, "\x1b[2K\r    \r", ""},
-        {true, true, false, "->N secs\n", ""},
-        {false, true, true, "\x1b[2K\r    \r->N secs\n", "->x\n->N secs"},
-        {true, false, true, "", "->x\n->N secs"},
-    };
     // The clock counts whole seconds, so a quick run may still cross one.
     std::regex const elapsed("->[01] secs");
-    for (auto const& c : cases) {
+    for (json const& row : test_rows("run_statistics", "ends")) {
+        struct { bool quiet, profile, diags; std::string err, log; } const c{row[0], row[1], row[2], row[3], row[4]};
         write_file(log_path, c.diags ? "->x\n" : "");
         int hook_calls = 0;
         testing::internal::CaptureStderr();

@@ -8,11 +8,12 @@
 #include <unistd.h>
 
 #include "support/run_process.h"
+#include "support/test_table.h"
 
 namespace {
 
 using bytes = std::vector<std::uint8_t>;
-bytes bytes_of(std::string const& text) { return {text.begin(), text.end()}; }
+bytes vec_of(std::string const& text) { return {text.begin(), text.end()}; }
 
 class fileio_test : public ::testing::Test {
 protected:
@@ -24,14 +25,11 @@ TEST_F(fileio_test, loaders_and_reads_honour_limits_and_refuse_empty_missing_or_
     std::string const data = m_dir + "/data.pf", empty = m_dir + "/empty.pf";
     write_file(data, "SCCA-and-more");
     write_file(empty, "");
-    struct { std::string path; std::uint32_t limit; std::string bytes; } const cases[] = { // "" where refused
-        {data, ~0u, "SCCA-and-more"}, {data + "\\//", 4, "SCCA"}, {data, 0, ""}, {empty, ~0u, ""},
-        {m_dir + "/missing.pf", ~0u, ""}, {"", ~0u, ""}, {m_dir + "/", ~0u, ""}, // trailing separators are stripped
-    };
-    for (auto const& c : cases) {
+    for (json const& c : test_rows("fileio", "prefixes")) {
         bytes out{1, 2, 3};
-        bool const ok = read_file_prefix(c.path, c.limit, out);
-        EXPECT_EQ(std::pair(ok, out), std::pair(!c.bytes.empty(), bytes_of(c.bytes))) << c.path << " " << c.limit;
+        std::string const path = c[0] == "" ? "" : m_dir + c[0].get<std::string>(), want = c[2];
+        bool const ok = read_file_prefix(path, c[1], out);
+        EXPECT_EQ(std::pair(ok, out), std::pair(!want.empty(), vec_of(want))) << c;
     }
     bytes whole, out;
     EXPECT_TRUE(!read_whole_file(whole, empty, ~0u) && read_whole_file(whole, data, ~0u) && whole.size() == 13);

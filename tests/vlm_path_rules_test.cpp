@@ -8,8 +8,11 @@
 #include "foundation/vlm_string.h"
 #include "foundation/vlm_time.h"
 #include "support/run_process.h"
+#include "support/test_table.h"
 
 namespace {
+
+json const table = test_table("path_rules");
 
 TEST(split_path, backslash_wins_parent_moves_into_the_folder_and_long_prefix_goes) {
     for (auto [path, split] : {std::pair{"dir/..", "dir//..|."}, {"a\\b/c", "a|b/c"}, {"/etc", ".|/etc"},
@@ -33,16 +36,15 @@ TEST(expand_path_variables, expands_known_names_within_the_length_limit) {
     setenv("KITO_T_A", "value", 1);
     setenv("KITO_T_NEST", "%KITO_T_A%/n", 1);
     setenv("KITO_T_SELF", "%KITO_T_SELF%", 1);
-    std::string const vss = "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy", filler(502, 'x');
-    struct { std::string path; bool shadow; std::string expected; } const rows[] = {
-        {"%KITO_T_NEST%/x", true, "value/n/x"}, {"%kito_t_a%/%KITO_T_A%", true, "%kito_t_a%/value"},
-        {"50%off%KITO_T_A%", true, "50%off%KITO_T_A%"}, // the unknown name consumes its closing "%"
-        {"%KITO_T_A%" + filler, true, "value" + filler},
-        {"%KITO_T_A%" + filler + "y", true, "%KITO_T_A%" + filler + "y"},
-        {"%VSS%1\\%KITO_T_A%", true, vss + "1\\value"}, {"%vss%1", false, "%vss%1"},
-        {"%KITO_T_SELF%", true, "%KITO_T_SELF%"}, // a value naming itself must not hang the run
+    // {filler} stands for 502 "x", {vss} for the shadow copy device.
+    std::pair<std::string, std::string> const places[] = {{"{filler}", std::string(502, 'x')},
+                                                          {"{vss}", "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy"}};
+    auto const filled = [&](std::string text) {
+        for (auto const& [name, value] : places)
+            if (auto at = text.find(name); at != std::string::npos) text.replace(at, name.size(), value);
+        return text;
     };
-    for (auto const& r : rows) EXPECT_EQ(expand_path_variables(r.path, r.shadow), r.expected) << r.path;
+    for (json const& r : table.at("variables")) EXPECT_EQ(expand_path_variables(filled(r[0]), r[1]), filled(r[2])) << r[0];
     EXPECT_EQ(shadow_copy_prefix(/*lower=*/true, /*with_root=*/false), "\\device\\harddiskvolumeshadowcopy");
 }
 
@@ -52,17 +54,12 @@ std::vector<filter_entry> filter_of(std::string text) {
 }
 
 TEST(parse_filter, tokens_and_star_flags) {
-    struct { std::string text; std::vector<std::string> cores; } const rows[] = { // flags: Front Back Path M=all
-        {"x|*|y", {"*M"}}, {"*.PF", {".pfF"}}, {"*partial*", {"partialFB"}}, {"**a", {"aF"}}, {"a*b", {"ab"}},
-        {"abc* | *.pf", {"abcB", ".pfF"}}, {"abc*|*.pf,x", {"abc|.pf", "x"}},
-        {"/Windows/Prefetch", {"/windows/prefetchP"}}, {"*:stream", {"*M"}},
-    };
-    for (auto const& r : rows) {
+    for (json const& r : table.at("filters")) {
         std::vector<std::string> got;
-        for (auto const& e : filter_of(r.text))
+        for (auto const& e : filter_of(r[0]))
             got.push_back(wide_to_utf8(e.core) + (e.star_front ? "F" : "") + (e.star_back ? "B" : "") +
                           (e.is_path ? "P" : "") + (e.match_all ? "M" : ""));
-        EXPECT_EQ(got, r.cores) << r.text;
+        EXPECT_EQ(got, r[1]) << r[0];
     }
 }
 
@@ -74,17 +71,8 @@ bool passes(time_range const& range, std::string const& path, std::vector<filter
 
 TEST(matches_filter, names_folders_and_signatures) {
     time_range const open_range;
-    struct { std::string filter, path; bool expected; } const rows[] = {
-        {"*", "/any/thing", true}, {"*.pf", "X.PF", true}, {"*.pf", "/p/x.pfx", false}, {"*.pf", "/p/a.pf.pf", false},
-        {"*partial*", "/p/MyPARTIALfile", true}, {"*partial*", "/p/part", false}, {"abc*", "/p/ABCdef.pf", true},
-        {"abc*", "/p/xabc", false}, {"a*b", "/p/ab", true}, {"a*b", "/p/axb", false}, {"abc*|*.pf", "/p/q.pf", true},
-        {"abc*|*.pf,x", "/p/q.pf", false}, {"abc*|*.pf,x", "/p/X", true}, {"*.pf", "", false},
-        {"/windows/prefetch", "/m/Windows/Prefetch/A.PF", true}, {"/windows/prefetch", "/w/windows/prefetch/s/a", true},
-        {"/windows/prefetch", "C:\\Windows\\Prefetch\\a.pf", true},
-        {"/windows/prefetch", "/mnt/windows/prefetch2/a.pf", false}, {"/windows/prefetch|*.pf", "/o/a.pf", true},
-    };
-    for (auto const& r : rows)
-        EXPECT_EQ(passes(open_range, r.path, filter_of(r.filter)), r.expected) << r.path;
+    for (json const& r : table.at("matches"))
+        EXPECT_EQ(passes(open_range, r[1], filter_of(r[0])), r[2]) << r[1];
     temp_folder const dir("path_rules_sig");
     std::string const file = dir / "a.bin";
     write_file(file, "xxMAMyMAM");
@@ -103,22 +91,15 @@ TEST(matches_filter, time_range_uses_only_valid_bounds) {
     write_file(file, "x");
     timeval const stamps[2] = {{1600000000, 0}, {1600000000, 0}};
     ASSERT_EQ(utimes(file.c_str(), stamps), 0);
-    // Bounds as {valid, filetime, unix seconds}: a cleared bound is no limit, whatever it holds. Kind 0 rows ask
-    // stat; the others hand in a filled record of a missing file, whose kind picks the form of the bounds.
-    struct { time_bound start, stop; std::uint32_t kind; bool expected; } const rows[] = {
-        {{1, 0, 1599999999}, {}, 0, true}, {{1, 0, 1600000001}, {}, 0, false}, {{}, {1, 0, 1600000000}, 0, true},
-        {{}, {1, 0, 1599999999}, 0, false}, {{0, 0, 1700000000}, {1, 0, 1600000000}, 0, true},
-        {{1, 0, 1500000000}, {0, 0, 1}, 0, true}, {{1, 4000, 6000}, {}, vlm::filetime, true},
-        {{1, 4000, 6000}, {}, vlm::unix_time, false}, {{1, 0, 0}, {}, 16, false}, // 16: more than 32 bits
-    };
-    for (auto const& r : rows) {
+    auto const bound = [](json const& b) { return time_bound{b[0], b[1], b[2]}; };
+    for (json const& r : table.at("times")) {
         file_info info;
-        info.time_kind = r.kind;
-        info.modified = r.kind != 0 ? 5000 : 0;
-        std::string const path = r.kind != 0 ? file + ".missing" : file;
-        EXPECT_EQ(passes(time_range{r.start, r.stop}, path, filter_of("*"), &info), r.expected)
-            << r.start.unix_seconds << " " << r.stop.unix_seconds << " " << r.kind;
-        EXPECT_EQ(info.modified, r.kind != 0 ? 5000u : 1600000000u);
+        std::uint32_t const kind = r[2];
+        info.time_kind = kind;
+        info.modified = kind != 0 ? 5000 : 0;
+        std::string const path = kind != 0 ? file + ".missing" : file;
+        EXPECT_EQ(passes(time_range{bound(r[0]), bound(r[1])}, path, filter_of("*"), &info), r[3]) << r;
+        EXPECT_EQ(info.modified, kind != 0 ? 5000u : 1600000000u);
     }
     file_info info;
     EXPECT_TRUE(passes(time_range{{1, 0, 1700000000}, {}}, file, {}, &info)); // passes before the range

@@ -4,12 +4,15 @@
 
 #include <random>
 
+#include "support/test_table.h"
+
 namespace {
+
+json const table = test_table("time");
 
 constexpr std::uint64_t second = 10000000ULL;
 constexpr std::uint64_t ticks_1970 = 116444736000000000ULL;
 constexpr std::uint64_t ticks_3001 = 441796896000000000ULL; // 3001-01-01 00:00:00 UTC
-constexpr std::uint64_t july_4 = 131121092960000000ULL;     // 2016-07-04 12:34:56 UTC
 
 // The offset of the zone in force (UTC, JST-9 and EST5 have no daylight saving).
 long zone_offset() { std::time_t const now = std::time(nullptr); std::tm l{}; return localtime_r(&now, &l)->tm_gmtoff; }
@@ -69,37 +72,20 @@ TEST(vlm_time, validity_limits_follow_the_zone) {
 
 // The encodings the writers use, their failures, and the present moment.
 TEST(vlm_time, encodings) {
-    struct { std::uint64_t value; std::uint32_t type; bool valid; std::uint64_t ticks, unix_seconds; } const cases[] = {
-        {july_4 + 7890120, vlm::filetime, true, july_4 + 7890120, 1467635696},
-        {1467635696, vlm::unix_time, true, july_4, 1467635696}, {0, vlm::unix_time, false, ticks_1970, 0},
-        {-5ULL, vlm::unix_time, false, ticks_1970 - 5 * second, 0}, {july_4, 16, false, 0, 0},
-    };
-    for (auto const& c : cases) {
-        vlm::time const t(c.value, static_cast<vlm::type_time>(c.type));
+    for (json const& c : table.at("encodings")) {
+        vlm::time const t(c[0], static_cast<vlm::type_time>(c[1]));
         EXPECT_EQ(std::tuple(t.valid, t.filetime_ticks, t.unix_seconds),
-                  std::tuple(c.valid ? 1u : 0u, c.ticks, c.unix_seconds)) << c.value << " as " << c.type;
+                  std::tuple(c[2] ? 1u : 0u, c[3].get<std::uint64_t>(), c[4].get<std::uint64_t>())) << c;
     }
     EXPECT_NEAR(static_cast<double>(vlm::time_now().unix_seconds), static_cast<double>(std::time(nullptr)), 2.0);
 }
 
 TEST(vlm_time, fields_to_ticks_with_its_year_2000_slip) {
-    auto const utc = [](int y, int mo, int d, int h = 12) {
-        std::tm tm{};
-        tm.tm_year = y - 1900, tm.tm_mon = mo - 1, tm.tm_mday = d, tm.tm_hour = h, tm.tm_min = 34, tm.tm_sec = 56;
-        return static_cast<std::uint64_t>(timegm(&tm) + 11644473600LL) * second + 7890000;
-    };
-    // 2000 is read as a common year, 2300 as a leap one; month 0 is the December before; hour 24 carries.
-    constexpr std::uint64_t day = 86400 * second;
-    struct { std::uint16_t year, month, day, hour; std::uint64_t expected; } const cases[] = {
-        {2000, 2, 29, 12, utc(2000, 2, 29)}, {2000, 3, 1, 12, utc(2000, 3, 1) - day},
-        {2300, 3, 1, 12, utc(2300, 3, 1) + day}, {2016, 0, 15, 12, utc(2015, 12, 15)},
-        {2016, 7, 4, 24, utc(2016, 7, 5, 0)},
-    };
-    for (auto const& c : cases) {
-        vlm::_windows_systemtime const f{c.year, c.month, 0, c.day, c.hour, 34, 56, 789};
+    for (json const& c : table.at("fields")) {
+        vlm::_windows_systemtime const f{c[0], c[1], 0, c[2], c[3], 34, 56, 789};
         std::uint64_t ticks = 1;
         bool const ok = vlm::fields_to_ticks(f, ticks);
-        EXPECT_EQ(std::pair(ok, ticks), std::pair(true, c.expected)) << c.year << "-" << c.month << "-" << c.day;
+        EXPECT_EQ(std::pair(ok, ticks), std::pair(true, c[4].get<std::uint64_t>())) << c;
     }
     // The first instant a FILETIME holds, and the second before it.
     std::uint64_t ticks = 1;
