@@ -13,6 +13,7 @@
 #include "reports/html_report.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
+#include "support/test_table.h"
 
 namespace {
 
@@ -103,7 +104,7 @@ TEST(HtmlPage, CorpusBatchShowsEveryFileAndEveryStoredRun)
     EXPECT_EQ(count_of(dom.substr(failed_list, dom.find("</section>", failed_list) - failed_list), "<li>"), failed);
 }
 
-json const data = json::parse(table_text("html_cli"));
+json const data = test_table("html_cli");
 
 TEST(HtmlPage, HostileStringsStandAsTextAndAddNoElement)
 {

@@ -1,6 +1,6 @@
 // -image as an examiner runs it, over the images of tests/make_images.sh (a bare NTFS volume, MBR and
 // GPT disks, the MBR disk as E01 segments, VMDK, VHD and split raw, damaged ones), as the runs of
-// tests/cases/tables/image_cli.json, against the files read from disk and what the sleuthkit tools say.
+// tests/data/image_cli.json, against the files read from disk and what the sleuthkit tools say.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "support/run_process.h"
+#include "support/test_table.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ protected:
         if (env_or_empty("KITO_BINARY").empty() || images.empty()) GTEST_SKIP() << "KITO_BINARY or KITO_IMAGES not set";
         if (std::filesystem::exists(images + "/SKIP")) GTEST_SKIP() << read_file(images + "/SKIP");
     }
-    json const data = json::parse(table_text("image_cli"));
+    json const data = test_table("image_cli");
 };
 
 TEST_F(image_cli_test, listings_forms_and_bad_images)

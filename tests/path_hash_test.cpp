@@ -1,6 +1,6 @@
 // What a file says about itself: its path hash against its own paths, the
 // SHA-256 of the input, and the findings that set its facts against each other.
-// The rows are those of tests/cases/tables/path_hash.json.
+// The rows are those of tests/data/path_hash.json.
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
@@ -11,11 +11,12 @@
 #include "support/decoded_file.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
+#include "support/test_table.h"
 
 namespace {
 
 using json = nlohmann::json;
-json const data = json::parse(table_text("path_hash"));
+json const data = test_table("path_hash");
 
 // The two hashes over a path's UTF-16LE bytes, as Windows computes them,
 // written apart from the product's.

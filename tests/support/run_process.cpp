@@ -90,11 +90,6 @@ std::size_t count_of(std::string const& text, std::string const& part)
     return count;
 }
 
-std::string table_text(std::string const& name)
-{
-    return read_file(env_or_empty("KITO_SOURCE") + "/tests/cases/tables/" + name + ".json");
-}
-
 std::string table_bytes(std::string const& text)
 {
     std::string out;

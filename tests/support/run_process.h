@@ -34,8 +34,6 @@ bool write_file(std::string const& path, std::vector<std::uint8_t> const& bytes)
 std::string read_file(std::string const& path);
 // How often `part` occurs in `text`, overlaps included.
 std::size_t count_of(std::string const& text, std::string const& part);
-// tests/cases/tables/<name>.json, the text of a table that a unit test reads.
-std::string table_text(std::string const& name);
 // A text of such a table as bytes (\xHH one byte) or as UTF-16 (\uXXXX one unit);
 // the rest stands as it is, one unit a byte for UTF-16.
 std::string table_bytes(std::string const& text);
