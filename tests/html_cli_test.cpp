@@ -33,7 +33,7 @@ std::string dom_of(temp_folder const& work, std::string const& page, std::string
     static int profile = 0;
     write_file(work / "page.html", page);
     std::string dom;
-    for (std::string const mode : {std::string("--dump-dom"), "--screenshot=" + shot}) {
+    for (std::string const& mode : {std::string("--dump-dom"), "--screenshot=" + shot}) {
         if (mode == "--screenshot=") break;
         process_result const browser = run_tool("chromium", {"--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
             "--disable-background-networking", "--disable-component-update", "--disable-sync", "--enable-logging=stderr", "--v=0",
