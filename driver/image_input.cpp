@@ -174,7 +174,11 @@ void image_source::list_volume(std::string const& path, std::size_t index)
                 image_file file;
                 file.name = entry.name;
                 file.volume = index;
-                file.location = {true, path, v.offset, entry.address, 0, folder + entry.name};
+                file.location.present = true;
+                file.location.image_path = path;
+                file.location.partition_offset = v.offset;
+                file.location.mft_entry = entry.address;
+                file.location.path_in_volume = folder + entry.name;
                 file.display_name = path + "@" + std::to_string(v.start_sector) + ":" + file.location.path_in_volume;
                 describe(v.fs, file, entry.sequence);
                 found.push_back(std::move(file));

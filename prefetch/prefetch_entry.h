@@ -21,13 +21,36 @@ using file_reference_map = ordered_pairs<ntfs_file_reference>;
 // Where a file read from a disk image lies, so that an examiner can find it
 // again with the image tools: the partition by its byte offset, the file by
 // its MFT record and by its path inside the volume as stored there.
+// How the bytes were found in a volume: a file of the folder, a deleted MFT
+// entry whose data runs are still recorded, or a span carved from free clusters.
+enum class evidence_source { allocated, deleted, unallocated };
+
+// The shadow copy (volume snapshot) a file was read from, as the snapshot
+// catalog numbers and names it.
+struct shadow_copy_info {
+    bool present = false;
+    std::uint32_t store = 0;   // 1-based, in catalog order (1 is normally the oldest)
+    std::string identifier;    // the store's GUID, lower case with dashes
+    std::uint64_t created = 0; // FILETIME
+};
+
+// A Prefetch file found by its signature inside a larger file or image.
+struct carved_span {
+    bool present = false;
+    std::uint64_t offset = 0; // bytes from the start of the scanned file or image
+    std::uint64_t length = 0; // bytes the hit spans there
+};
+
 struct image_location {
     bool present = false;   // the file came from an image
     std::string image_path; // as given
     std::uint64_t partition_offset = 0;
+    bool mft_entry_known = true; // false for carved spans, which have no MFT entry
     std::uint64_t mft_entry = 0;
     std::uint16_t mft_sequence = 0;
     std::string path_in_volume;
+    evidence_source source = evidence_source::allocated;
+    shadow_copy_info shadow_copy;
 };
 
 // Why the chain refused a file; none while it has not.
@@ -67,6 +90,9 @@ struct prefetch_entry {
     std::string input_time_source;   // short source tag
     std::uint32_t input_time_kind = 0;
     image_location image;
+    carved_span carved;
+    // Display names of other places in the same image that hold the same bytes.
+    std::vector<std::string> same_bytes_at;
     std::string input_sha256; // of the bytes as read, in hex; "" when not the whole file
 
     // What decoding saw of the file as a whole.
