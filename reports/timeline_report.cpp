@@ -145,9 +145,12 @@ bool write_timeline_record(bool& header_pending, std::ostream& out, timeline_rec
     }
     time_map rows;
     group_macb_times(rows, record.times);
-    make_safe(record);
     std::string const& sep = record.separator;
     for (auto const& [raw, row] : rows) {
+        // Each row makes the record's own texts safe again, so a row sees what
+        // the one before it left: a lone CR beside an LF stays on the first
+        // row and is marked on the next, once the LF has become "[LF]".
+        make_safe(record);
         std::string const& type = record.type_override.empty() ? row.type_text : record.type_override;
         std::string const line = when_fields(record, row.when) + sep + record.timezone + sep + row.macb_text + sep +
                                  record.source + sep + record.sourcetype + sep + type + sep + record.user + sep +
@@ -162,9 +165,9 @@ bool write_timeline_record(bool& header_pending, std::ostream& out, timeline_rec
 bool write_timeline_report(std::ostream& out, report_subject const& file, report_settings const& settings,
                            report_state& state)
 {
-    timeline_record const record = build_record(file, settings);
-    timeline_record first = record;
-    write_timeline_record(state.header_pending, out, first);
+    // The previous-run rows copy the record as the file's own rows left it.
+    timeline_record record = build_record(file, settings);
+    write_timeline_record(state.header_pending, out, record);
     std::set<std::uint64_t> const& previous = file.entry.prev_run_times;
     if (previous.empty()) return true;
     std::string const last_run_text = filetime_text(file.entry.last_run, settings.date_format, settings.time_format);

@@ -62,6 +62,15 @@ std::string written(unsigned options, change_fn change, int files = 1)
 void no_last_run(kito_user_context& c) { c.m_entry.last_run = 0; }
 void run_once(kito_user_context& c) { c.m_entry.run_count = 1, c.m_entry.prev_run_times.clear(); }
 void run_once_no_last_run(kito_user_context& c) { run_once(c), no_last_run(c); }
+// Names with line ends, made safe row by row in the record itself; the file's own times now, the last run in 2012.
+void line_ends(kito_user_context& c, std::string const& name)
+{
+    prefetch_entry& e = c.m_entry;
+    e.input_modified = e.input_accessed = e.input_stats_changed = ft(1764000000), e.last_run = ft(1345526400);
+    e.file_strings = {{1, "\\VOLUME{X}\\CALC.EXE"}, {2, "A\nB"}, {3, name}}, e.volume_paths = {"\\V\r1", "\\V\n2"};
+}
+void lone_cr(kito_user_context& c) { line_ends(c, "\rC"), c.m_entry.prev_run_times.clear(); }
+void split_crlf(kito_user_context& c) { line_ends(c, "C\r\r\nD"), c.m_entry.input_accessed = ft(1700000000); }
 void three_modules(kito_user_context& c)
 { c.m_entry.file_strings = {{1, vol1 + "\\A\\NTDLL.DLL"}, {2, vol1 + "\\B\\ntdll.dll"}, {3, "PLAIN"}}; }
 
@@ -105,6 +114,10 @@ TEST(ReportWriters, WholeOutputs)
                        c.m_entry.input_modified = c.m_entry.input_accessed = c.m_entry.input_stats_changed = 0; }},
         {"timeline-modules-by-name", csvl2t, three_modules},
         {"timeline-modules-verbose", csvl2t | verbose, three_modules},
+        {"timeline-lone-cr", csvl2t, lone_cr},
+        {"timeline-lone-cr-verbose", csvl2t | verbose, lone_cr},
+        {"timeline-split-crlf", csvl2t, split_crlf},
+        {"timeline-split-crlf-verbose", csvl2t | verbose, split_crlf},
         // Two files: one header; the first sizes the padded columns, a longer name overflows.
         {"two-files-padded", kito_path, no_change, 2},
         {"two-files-timeline", csvl2t, no_change, 2},
