@@ -118,7 +118,9 @@ void write_html_end(std::ostream& out, kito_user_context& context)
                                       {"Reported", reported},
                                       {"Failed", files - reported},
                                       {"Path hash matches a path", checks.path_hash_matched},
+                                      {"Path hash matches with /prefetch:N", checks.path_hash_matched_prefetch_flag},
                                       {"Path hash matches no path", checks.path_hash_not_matched},
+                                      {"Path hash of a hosting program", checks.path_hash_hosting_program},
                                       {"Path hash not checked", checks.path_hash_unchecked}};
     for (finding const which : all_findings)
         counts.push_back({std::string("Finding ") + finding_code(which),

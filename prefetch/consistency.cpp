@@ -55,8 +55,14 @@ std::vector<finding> find_inconsistencies(prefetch_entry const& entry, std::uint
 
 void count_checks(check_tally& tally, prefetch_entry const& entry, std::vector<finding> const& found)
 {
-    ++(entry.path_hash == path_hash_check::matched       ? tally.path_hash_matched
-       : entry.path_hash == path_hash_check::not_matched ? tally.path_hash_not_matched
-                                                         : tally.path_hash_unchecked);
+    switch (entry.path_hash) {
+    case path_hash_check::matched:
+        ++(entry.hash_prefetch_flag != 0 ? tally.path_hash_matched_prefetch_flag : tally.path_hash_matched);
+        break;
+    case path_hash_check::not_matched:
+        ++(entry.hash_hosting_program ? tally.path_hash_hosting_program : tally.path_hash_not_matched);
+        break;
+    case path_hash_check::no_candidate: ++tally.path_hash_unchecked; break;
+    }
     for (finding const which : found) ++tally.with_finding[static_cast<std::size_t>(which)];
 }

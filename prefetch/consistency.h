@@ -24,10 +24,13 @@ char const* finding_code(finding which);
 // start of the run as a FILETIME.
 std::vector<finding> find_inconsistencies(prefetch_entry const& entry, std::uint64_t run_started);
 
-// What a run counts of its decoded files' checks, for the summaries.
+// What a run counts of its decoded files' checks, for the summaries. Each
+// decoded file counts in exactly one of the path-hash counts.
 struct check_tally {
-    std::uint64_t path_hash_matched = 0;
-    std::uint64_t path_hash_not_matched = 0;
+    std::uint64_t path_hash_matched = 0;               // by a path's own hash
+    std::uint64_t path_hash_matched_prefetch_flag = 0; // by a path's hash plus N of "/prefetch:N"
+    std::uint64_t path_hash_not_matched = 0;           // other than hosting programs: the ones to look at
+    std::uint64_t path_hash_hosting_program = 0;
     std::uint64_t path_hash_unchecked = 0;                         // no path names the program
     std::array<std::uint64_t, all_findings.size()> with_finding{}; // files, by finding
 };

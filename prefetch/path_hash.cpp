@@ -5,11 +5,16 @@
 #include <string_view>
 
 #include "foundation/vlm_string.h"
+#include "prefetch/hosting_programs.h"
 
 namespace {
 
 constexpr std::uint32_t xp_version = 17;
 constexpr std::uint32_t highest_volume = 64;
+// From Vista on, a program started with "/prefetch:N" (Chromium's processes,
+// installers) gets the hash of its path plus N; N stays within 1 to 16.
+constexpr std::uint32_t first_flag_version = 23;
+constexpr std::uint32_t highest_flag = 16;
 
 // Both hashes run h = h * 37 + b over the UTF-16LE bytes of the path as stored,
 // modulo 2^32. `scale` is 37 to the power of the bytes fed, so that the hash
@@ -57,33 +62,50 @@ std::size_t volume_guid_end(std::string const& path)
 
 std::string device_path(std::uint32_t volume) { return "\\DEVICE\\HARDDISKVOLUME" + std::to_string(volume); }
 
+// A form of a candidate that gives the wanted hash, and the N of "/prefetch:N"
+// it needed (0: none).
+struct hashed_form {
+    std::string path;
+    std::uint32_t prefetch_flag = 0;
+};
+
 // Tries the candidates of one file. The sums of the 64 device paths are made
 // once, when the first \VOLUME{...} candidate comes: a hostile file may hold
 // hundreds of thousands of candidates.
 class path_hash_search {
 public:
-    path_hash_search(std::uint32_t version, std::uint32_t wanted) : m_version(version), m_wanted(wanted) {}
+    path_hash_search(std::uint32_t version, std::uint32_t wanted)
+        : m_version(version), m_wanted(wanted), m_highest_flag(version >= first_flag_version ? highest_flag : 0)
+    {
+    }
 
-    // The form of the candidate that hashes to the wanted value, if one does.
-    std::optional<std::string> matching_form(std::string const& path)
+    // The form of the candidate whose hash is the wanted one, or that plus the
+    // smallest N, if one is.
+    std::optional<hashed_form> matching_form(std::string const& path)
     {
         std::size_t const guid_end = volume_guid_end(path);
         if (guid_end == 0) {
-            if (finish(m_version, feed(seed_of(m_version), path).value) == m_wanted) return path;
+            std::uint32_t const flag = flag_needed(feed(seed_of(m_version), path).value);
+            if (flag <= m_highest_flag) return hashed_form{path, flag};
             return std::nullopt;
         }
         // The rest is the same on every volume: it is hashed once.
         std::string const rest = path.substr(guid_end);
         running_hash const tail = feed(0, rest);
         std::array<std::uint32_t, highest_volume> const& devices = device_sums();
-        for (std::uint32_t volume = 1; volume <= highest_volume; ++volume) {
-            if (finish(m_version, devices[volume - 1] * tail.scale + tail.value) == m_wanted)
-                return device_path(volume) + rest;
+        std::uint32_t best_volume = 0, best_flag = m_highest_flag + 1;
+        for (std::uint32_t volume = 1; volume <= highest_volume && best_flag != 0; ++volume) {
+            std::uint32_t const flag = flag_needed(devices[volume - 1] * tail.scale + tail.value);
+            if (flag < best_flag) best_volume = volume, best_flag = flag;
         }
-        return std::nullopt;
+        if (best_volume == 0) return std::nullopt;
+        return hashed_form{device_path(best_volume) + rest, best_flag};
     }
 
 private:
+    // What has to be added to a form's hash to give the wanted one, modulo 2^32.
+    std::uint32_t flag_needed(std::uint32_t sum) const { return m_wanted - finish(m_version, sum); }
+
     std::array<std::uint32_t, highest_volume> const& device_sums()
     {
         if (!m_devices_summed) {
@@ -96,6 +118,7 @@ private:
 
     std::uint32_t m_version;
     std::uint32_t m_wanted;
+    std::uint32_t m_highest_flag;
     std::array<std::uint32_t, highest_volume> m_device_sums{};
     bool m_devices_summed = false;
 };
@@ -112,14 +135,24 @@ void check_path_hash(prefetch_entry& entry)
 {
     entry.path_hash = path_hash_check::no_candidate;
     entry.hash_path.clear();
+    entry.hash_prefetch_flag = 0;
+    entry.hash_hosting_program = false;
     path_hash_search search(entry.format_version, entry.prefetch_hash);
+    // Any candidate's own hash beats the first candidate's hash plus N.
+    std::optional<hashed_form> found;
     for (auto const& [offset, path] : entry.file_strings) {
         if (!names_program(path, entry.target_name)) continue;
         entry.path_hash = path_hash_check::not_matched;
-        if (auto hashed = search.matching_form(path)) {
-            entry.path_hash = path_hash_check::matched;
-            entry.hash_path = std::move(*hashed);
-            return;
-        }
+        std::optional<hashed_form> hashed = search.matching_form(path);
+        if (!hashed || (found && hashed->prefetch_flag != 0)) continue;
+        found = std::move(hashed);
+        if (found->prefetch_flag == 0) break;
+    }
+    if (found) {
+        entry.path_hash = path_hash_check::matched;
+        entry.hash_path = std::move(found->path);
+        entry.hash_prefetch_flag = found->prefetch_flag;
+    } else if (entry.path_hash == path_hash_check::not_matched) {
+        entry.hash_hosting_program = is_hosting_program(entry.target_name);
     }
 }

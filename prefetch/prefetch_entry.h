@@ -102,8 +102,12 @@ struct prefetch_entry {
     std::uint32_t format_version = 0;
     std::uint32_t prefetch_hash = 0; // hash of the program's path, as Windows names the file
     path_hash_check path_hash = path_hash_check::no_candidate;
-    std::string hash_path;        // the form of a path that gave prefetch_hash, when matched
-    bool run_count_known = false; // the layout stores a run count and it was read
+    std::string hash_path; // the form of a path that gave prefetch_hash, when matched
+    // N of a program started with "/prefetch:N", whose hash is that of its path
+    // plus N; 0 when the path's own hash matched, or nothing did.
+    std::uint32_t hash_prefetch_flag = 0;
+    bool hash_hosting_program = false; // not matched, and the program hashes its command line
+    bool run_count_known = false;      // the layout stores a run count and it was read
 
     std::uint64_t last_run = 0;
     std::set<std::uint64_t> entry_times;

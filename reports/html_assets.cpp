@@ -38,7 +38,7 @@ th button{font:inherit;font-weight:600;border:0;background:none;padding:0;cursor
 th[aria-sort=ascending] button::after{content:" \25B2"}
 th[aria-sort=descending] button::after{content:" \25BC"}
 td.num{text-align:right}
-.warn{color:#a40000;font-weight:600}.ok{color:#1b5e20}
+.warn{color:#a40000;font-weight:600}.ok{color:#1b5e20}.hosting{color:var(--muted)}
 time{white-space:nowrap}
 tr.file:nth-child(4n+1){background:var(--band)}
 tr.file:target{outline:2px solid var(--run)}

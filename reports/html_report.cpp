@@ -86,6 +86,12 @@ struct html_column {
     void (*cell)(std::ostream& out, html_row const& row);
 };
 
+// " with /prefetch:N" after "matches", for a hash that needed the switch.
+std::string prefetch_flag_text(std::uint32_t flag)
+{
+    return flag == 0 ? std::string() : " with /prefetch:" + std::to_string(flag);
+}
+
 void cell_time(std::ostream& out, std::uint64_t filetime)
 {
     std::string const iso = iso_time(filetime);
@@ -108,7 +114,9 @@ html_column const columns[] = {
      [](std::ostream& out, html_row const& r) {
          prefetch_entry const& e = r.file.entry;
          if (e.path_hash == path_hash_check::matched)
-             put(out, "<td class=\"path\"><span class=\"ok\">matches</span> " + html_text(e.hash_path));
+             put(out, "<td class=\"path\"><span class=\"ok\">matches" + prefetch_flag_text(e.hash_prefetch_flag) +
+                          "</span> " + html_text(e.hash_path));
+         else if (e.hash_hosting_program) put(out, "<td><span class=\"hosting\">hosting program</span>");
          else put(out, e.path_hash == path_hash_check::not_matched ? "<td><span class=\"warn\">no path</span>" : "<td>");
      }},
     {"Findings", "text",

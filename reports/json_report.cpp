@@ -159,6 +159,8 @@ void add_path_hash(json_object& record, prefetch_entry const& e)
     bool const matched = e.path_hash == path_hash_check::matched;
     record.raw("hash_matches_path", matched ? "true" : e.path_hash == path_hash_check::not_matched ? "false" : "null");
     record.raw("hash_path", matched ? json_string(e.hash_path) : "null");
+    record.raw("hash_prefetch_flag", e.hash_prefetch_flag != 0 ? std::to_string(e.hash_prefetch_flag) : "null");
+    record.raw("hash_hosting_program", e.hash_hosting_program ? "true" : "false");
 }
 
 void add_runs(json_object& record, prefetch_entry const& e)
@@ -284,7 +286,9 @@ void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t re
     json_object record;
     record.text("record", "summary").number("files", files).number("reported", reported);
     record.number("failed", files - reported).number("path_hash_matched", tally.path_hash_matched);
+    record.number("path_hash_matched_prefetch_flag", tally.path_hash_matched_prefetch_flag);
     record.number("path_hash_not_matched", tally.path_hash_not_matched);
+    record.number("path_hash_hosting_program", tally.path_hash_hosting_program);
     record.number("path_hash_unchecked", tally.path_hash_unchecked);
     json_object by_finding;
     for (finding const which : all_findings)

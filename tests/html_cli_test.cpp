@@ -72,13 +72,15 @@ TEST(HtmlPage, CorpusBatchShowsEveryFileAndEveryStoredRun)
 
     // The JSON form of the same batch tells the runs stored, file by file.
     std::vector<std::size_t> runs;
-    std::size_t failed = 0, path_matched = 0, path_not_matched = 0;
+    std::size_t failed = 0, path_matched = 0, path_not_matched = 0, hosting = 0;
     std::istringstream records(run_kito({"-pipe", "-json"}, list).out);
     for (std::string line; std::getline(records, line);) {
         auto const record = json::parse(line);
         if (record["record"] == "error") ++failed;
         if (record["record"] != "prefetch") continue;
-        path_matched += record["hash_matches_path"] == true, path_not_matched += record["hash_matches_path"] == false;
+        path_matched += record["hash_matches_path"] == true && record["hash_prefetch_flag"].is_null();
+        hosting += record["hash_hosting_program"] == true;
+        path_not_matched += record["hash_matches_path"] == false && record["hash_hosting_program"] == false;
         auto const& previous = record["previous_runs"];
         runs.push_back(!record["last_run"].is_null() + std::count_if(previous.begin(), previous.end(), [](auto const& t) { return !t.is_null(); }));
     }
@@ -97,6 +99,7 @@ TEST(HtmlPage, CorpusBatchShowsEveryFileAndEveryStoredRun)
     // The path-hash column agrees with the JSON form, file by file in count.
     EXPECT_EQ(count_of(dom, "<span class=\"ok\">matches</span>"), path_matched);
     EXPECT_EQ(count_of(dom, "<span class=\"warn\">no path</span>"), path_not_matched);
+    EXPECT_EQ(count_of(dom, "<span class=\"hosting\">hosting program</span>"), hosting);
     std::map<int, std::size_t> const marks = marks_by_row(dom);
     for (std::size_t i = 0; i < runs.size(); ++i) EXPECT_EQ(marks.count(i + 1) ? marks.at(i + 1) : 99, runs[i]) << "row " << i + 1;
     std::size_t const failed_list = dom.find("id=\"failed\"");

@@ -1,5 +1,6 @@
-// What a file says about itself: its path hash against its own paths, the
-// SHA-256 of the input, and the findings that set its facts against each other.
+// What a file says about itself: its path hash against its own paths, as the
+// -json and -html forms show it, the SHA-256 of the input, and the findings
+// that set its facts against each other.
 // The rows are those of tests/data/path_hash.json.
 #include <gtest/gtest.h>
 
@@ -8,6 +9,8 @@
 
 #include "foundation/vlm_string.h"
 #include "prefetch/consistency.h"
+#include "reports/html_report.h"
+#include "reports/json_report.h"
 #include "support/decoded_file.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
@@ -54,6 +57,34 @@ std::u16string units(std::string const& text)
     return text == "{at_fold}" ? at_fold : text == "{past_fold}" ? past_fold : table_units(text);
 }
 
+// What the -json record, the -json summary and the -html page show of a
+// decoded file's path hash: the summary count it adds to, and its cell.
+void expect_shown(report_subject const& file, json const& row)
+{
+    std::ostringstream record, summary, page;
+    check_tally tally, page_tally;
+    html_page_state state;
+    write_json_report(record, file, {}, true, tally);
+    write_json_summary(summary, 1, 1, tally);
+    write_html_report(page, file, {}, true, state, page_tally);
+    // A record may hold a lone surrogate, which the parser refuses: its members are looked for as text.
+    std::string const flag = row.contains("flag") ? row["flag"].dump() : "null";
+    EXPECT_NE(record.str().find("\"hash_prefetch_flag\":" + flag + ",\"hash_hosting_program\":" +
+                                row.value("hosting", json(false)).dump() + ","),
+              std::string::npos);
+    std::string const kind = row.contains("flag") ? "flagged" : row.value("hosting", false) ? "hosting" : row.at("want");
+    json const& shown = data.at("shown").at(kind);
+    json const counts = json::parse(summary.str());
+    for (auto const& [key, value] : counts.items()) {
+        if (key.starts_with("path_hash_")) {
+            EXPECT_EQ(value, key == shown[0] ? 1 : 0) << key;
+        }
+    }
+    std::string cell = shown[1];
+    if (std::size_t const at = cell.find("{flag}"); at != std::string::npos) cell.replace(at, 6, flag);
+    EXPECT_TRUE(cell.empty() || page.str().find(cell) != std::string::npos) << cell;
+}
+
 TEST(PathHash, HeaderHashAgainstTheFilesPaths)
 {
     // The steering itself: the product 0x80000000 stays, one more folds to 0x7fffffff.
@@ -61,18 +92,21 @@ TEST(PathHash, HeaderHashAgainstTheFilesPaths)
     EXPECT_EQ(windows_path_hash(17, past_fold), 0x7fffffffu % 1000000007u);
     std::map<std::string, path_hash_check> const checks = {
         {"matched", path_hash_check::matched}, {"not_matched", path_hash_check::not_matched}, {"no_candidate", path_hash_check::no_candidate}};
-    for (json const& row : data.at("header_hash")) { // the header's hash is that of `hashed`, plus `header_offset`
+    for (json const& row : data.at("header_hash")) {
         SCOPED_TRACE(row.at("what").get<std::string>());
         pf_fields fields = typical_prefetch(row.at("version"));
         fields.exe_name = units(row.at("exe")), fields.file_strings.clear();
         for (std::string const path : row.at("strings")) fields.file_strings.push_back(units(path));
         std::u16string const hashed = units(row.at("hashed"));
         pf_image image = build_prefetch(fields);
-        image.put_u32(76, windows_path_hash(row.at("version"), hashed) + row.value("header_offset", 0));
+        image.put_u32(76, windows_path_hash(row.at("version"), hashed) + row.value("header_offset", 0u));
         decoded_file file;
         ASSERT_TRUE(file.decode(image.bytes.data(), image.bytes.size()));
         EXPECT_EQ(file.entry.path_hash, checks.at(row.at("want")));
         EXPECT_EQ(utf8_to_wide(file.entry.hash_path), row.at("want") == "matched" ? std::wstring(hashed.begin(), hashed.end()) : L"");
+        EXPECT_EQ(file.entry.hash_prefetch_flag, row.value("flag", 0u));
+        EXPECT_EQ(file.entry.hash_hosting_program, row.value("hosting", false));
+        expect_shown({file.entry, "/cases/x.pf", "x.pf", file.label}, row);
     }
 }
 
@@ -119,6 +153,7 @@ TEST(PathHashCli, RealFilesDigestsAndSummary)
         if (row.value("error", false)) continue;
         EXPECT_EQ(record.at("hash_matches_path"), !row.at("hash_path").is_null());
         EXPECT_EQ(record.at("hash_path"), row.at("hash_path"));
+        EXPECT_EQ(record.at("hash_hosting_program"), row.value("hosting", false));
         EXPECT_EQ(record.at("findings").size(), row.at("findings"));
     }
     ASSERT_TRUE(std::getline(lines, line));
