@@ -88,6 +88,11 @@ bool process_volume_scan(kito_user_context& context, std::ostream& out)
     return outcome;
 }
 
+image_reading image_reading_of(cmd_params const& options)
+{
+    return {options.m_image_shadow_copies, options.m_image_deleted};
+}
+
 bool image_item_wanted(kito_user_context const& context, evidence_item const& item)
 {
     std::vector<filter_entry> filters = context.m_filter_list;
@@ -103,7 +108,7 @@ bool image_item_wanted(kito_user_context const& context, evidence_item const& it
 bool process_image(kito_user_context& context, std::ostream& out)
 {
     image_volumes source;
-    if (!source.open(context.m_image_path)) return false;
+    if (!source.open(context.m_image_path, image_reading_of(context))) return false;
     bool const separator = separator_used(context);
     if (separator) out << batch_separator;
     bool outcome = false;

@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "evidence/batch_input.h"
+#include "evidence/image_volumes.h"
 
 class cmd_params;
 struct evidence_item;
@@ -17,6 +18,8 @@ bool process_batch(kito_user_context& context, std::ostream& out);
 // -image: the files of every Prefetch folder of the image that pass -filter
 // ("*.pf" without one) and the time range, read and decoded one at a time.
 bool process_image(kito_user_context& context, std::ostream& out);
+// What -vss and -deleted ask of an image.
+image_reading image_reading_of(cmd_params const& options);
 // Whether an item of an image passes the filter and the time range.
 bool image_item_wanted(kito_user_context const& context, evidence_item const& item);
 // The volume scan: every "*.pf" of the volume's Prefetch folder, unfiltered.

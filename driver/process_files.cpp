@@ -92,7 +92,7 @@ int decompress_image(kito_user_context& context)
 {
     make_directory(context.m_decompress_target);
     image_volumes source;
-    if (!source.open(context.m_image_path)) return -1;
+    if (!source.open(context.m_image_path, image_reading_of(context))) return -1;
     int status = -1;
     decode_buffers buffers;
     for (evidence_item const& item : source.items()) {

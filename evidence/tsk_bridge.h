@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "evidence/byte_range.h"
+
 // One name of a folder listing.
 struct folder_name {
     std::uint64_t mft_entry = 0;
@@ -29,6 +31,7 @@ struct ntfs_file_facts {
 struct ntfs_volume_place {
     std::uint64_t start_sector = 0; // as the partition table gives it, 0 without one
     std::uint64_t offset = 0;       // in bytes
+    std::uint64_t length = 0;       // in bytes
 };
 
 class disk_image {
@@ -41,10 +44,15 @@ public:
     // Opens the image file with its type detected; false, with the
     // library's reason in error(), when it can't.
     bool open(std::string const& path);
+    // Opens the bytes of `range` as a raw image (a shadow copy, a QCOW2
+    // disk); the range must outlive this object.
+    bool open(byte_range const& range);
     // Every NTFS volume of the partition table, in its order; an image
     // without a table is one volume.
     void open_volumes();
     std::vector<ntfs_volume_place> const& volumes() const;
+    // The bytes of one volume, reads cut to its partition.
+    byte_range volume_bytes(std::size_t volume) const;
 
     std::uint64_t root_folder(std::size_t volume) const;
     // The names of a folder, in the order the volume lists them; none when
@@ -56,6 +64,9 @@ public:
     // The first `size` bytes of the entry's data; false when a read fails or
     // comes up short.
     bool read_file(std::size_t volume, std::uint64_t entry, std::uint64_t size, std::vector<std::uint8_t>& bytes) const;
+    // The MFT entries not in use that a $FILE_NAME places in `folder`, with
+    // data still recorded, and the longest of those names; in entry order.
+    std::vector<folder_name> deleted_in_folder(std::size_t volume, std::uint64_t folder) const;
 
     // The library's last error, " (text)" on one line, or nothing.
     std::string error() const;
