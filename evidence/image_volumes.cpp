@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "evidence/ewf_segments.h"
+#include "evidence/image_formats.h"
 
 namespace {
 
@@ -27,10 +28,12 @@ bool image_volumes::open(std::string const& path, image_reading const& reading)
         std::fprintf(stderr, "prob opening image %s: %s\n", path.c_str(), broken.c_str());
         return false;
     }
-    if (!m_image.open(path)) {
-        std::fprintf(stderr, "prob opening image %s%s\n", path.c_str(), m_image.error().c_str());
+    std::string const unsupported = unsupported_image_format(path);
+    if (!unsupported.empty()) {
+        std::fprintf(stderr, "unsupported image format %s: %s\n", path.c_str(), unsupported.c_str());
         return false;
     }
+    if (!open_image(path)) return false;
     m_image.open_volumes();
     if (m_image.volumes().empty()) {
         std::fprintf(stderr, "no NTFS volume in image %s\n", path.c_str());
@@ -66,4 +69,22 @@ void image_volumes::list_volume(std::string const& path, std::size_t volume, ima
     if (!reading.shadow_copies) return mention_shadow_copies(live, count);
     if (stores->list(reading.deleted, m_items)) m_prefetch_found = true;
     m_shadow_copies.push_back(std::move(stores));
+}
+
+// A QCOW2 disk through libqcow, any other image through The Sleuth Kit.
+bool image_volumes::open_image(std::string const& path)
+{
+    if (is_qcow_image(path)) {
+        m_qcow = std::make_unique<qcow_disk>();
+        if (!m_qcow->open(path)) {
+            std::fprintf(stderr, "unsupported image format %s: QCOW image that cannot be read (%s)\n", path.c_str(),
+                         m_qcow->problem().c_str());
+            return false;
+        }
+        if (m_image.open(m_qcow->bytes())) return true;
+    } else if (m_image.open(path)) {
+        return true;
+    }
+    std::fprintf(stderr, "prob opening image %s%s\n", path.c_str(), m_image.error().c_str());
+    return false;
 }

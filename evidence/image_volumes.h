@@ -1,6 +1,6 @@
 #pragma once
 // Prefetch files read straight from a disk image (raw, split raw, E01, VMDK,
-// VHD, AFF): the partition table, every NTFS volume on it, and the regular
+// VHD, AFF, QCOW2): the partition table, every NTFS volume on it, and the regular
 // files of each volume's Windows\Prefetch folder, each handed on as an
 // evidence item with its NTFS times and its place in the image; with the
 // asking, also the deleted entries of those folders and the same folders in
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "evidence/evidence_item.h"
+#include "evidence/qcow_bridge.h"
 #include "evidence/shadow_copies.h"
 #include "evidence/tsk_bridge.h"
 
@@ -30,8 +31,10 @@ public:
     std::vector<evidence_item> const& items() const { return m_items; }
 
 private:
+    bool open_image(std::string const& path);
     void list_volume(std::string const& path, std::size_t volume, image_reading const& reading);
 
+    std::unique_ptr<qcow_disk> m_qcow; // outlives the image read through it
     disk_image m_image;
     std::vector<std::unique_ptr<shadow_copies>> m_shadow_copies;
     std::vector<evidence_item> m_items;
