@@ -88,6 +88,8 @@ public:
     bool m_enum_dir_given = false;
     std::string m_image_path; // -image: Prefetch files read from a disk image
     bool m_image_given = false;
+    bool m_image_shadow_copies = false; // -vss: also every shadow copy of each volume
+    bool m_image_deleted = false;       // -deleted: also the deleted entries of each Prefetch folder
     std::string m_os_product_version;
     std::uint32_t m_os_version_numbers[3] = {0, 0, 0};
     time_bound m_start_bound;

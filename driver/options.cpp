@@ -336,6 +336,8 @@ void take_batch_options(arg_list& list, cmd_params& options)
         options.m_image_path = value;
         options.m_image_given = true;
     }
+    if (take_flag("-vss", list)) options.m_image_shadow_copies = true;
+    if (take_flag("-deleted", list)) options.m_image_deleted = true;
     take_number(list, "-num_subdirs", options.m_num_subdirs);
     if (take_flag("-profile", list)) options.m_profile = true;
     if (take_flag("-pipe", list)) options.m_pipe_input = true;

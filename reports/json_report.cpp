@@ -132,13 +132,32 @@ void add_input(json_object& record, report_subject const& file)
 }
 
 // Where in an image the file lies; nothing for a file read from the file system.
+char const* source_name(evidence_source source)
+{
+    switch (source) {
+    case evidence_source::allocated: return "allocated";
+    case evidence_source::deleted: return "deleted";
+    case evidence_source::unallocated: return "unallocated";
+    }
+    return "allocated";
+}
+
+std::string shadow_copy_json(shadow_copy_info const& copy)
+{
+    if (!copy.present) return "null";
+    json_object store;
+    store.number("store", copy.store).text("identifier", copy.identifier);
+    return store.raw("created", json_time(copy.created)).number("created_filetime", copy.created).close();
+}
+
 void add_image_location(json_object& record, image_location const& image)
 {
     if (!image.present) return;
     json_object place;
     place.text("path", image.image_path).number("partition_offset", image.partition_offset);
     place.number("mft_entry", image.mft_entry).number("mft_sequence", image.mft_sequence);
-    record.raw("image", place.text("path_in_volume", image.path_in_volume).close());
+    place.text("path_in_volume", image.path_in_volume).text("source", source_name(image.source));
+    record.raw("image", place.raw("shadow_copy", shadow_copy_json(image.shadow_copy)).close());
 }
 
 void add_hashes(json_object& record, report_subject const& file)

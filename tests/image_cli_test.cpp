@@ -98,6 +98,8 @@ TEST_F(image_cli_test, reports_match_the_files_on_disk_with_ntfs_times_and_place
         std::string const in_volume = place["path_in_volume"];
         EXPECT_EQ(record["path"], image + "@" + sector + ":" + in_volume);
         EXPECT_EQ(place["path"], image);
+        EXPECT_EQ(place["source"], "allocated");
+        EXPECT_TRUE(place["shadow_copy"].is_null());
         process_result const found = run_tool("ifind", {"-o", sector, "-n", in_volume, image});
         EXPECT_EQ(found.out, std::to_string(place["mft_entry"].get<std::uint64_t>()) + "\n");
         std::string const istat = run_tool("istat", {"-o", sector, image, found.out.substr(0, found.out.size() - 1)}).out;

@@ -94,6 +94,11 @@ ewfacquire -u -q -c none -S 16777216 -t "$out/disk" "$out/disk.raw" > /dev/null 
 qemu-img convert -f raw -O vmdk "$out/disk.raw" "$out/disk.vmdk"
 qemu-img convert -f raw -O vpc "$out/disk.raw" "$out/disk.vhd"
 split -b 16M -d -a 3 --numeric-suffixes=1 "$out/disk.raw" "$out/disk.split."
+qemu-img convert -f raw -O qcow2 "$out/disk.raw" "$out/disk.qcow2"
+# Formats kito recognises but does not read.
+qemu-img create -q -f vhdx "$out/empty.vhdx" 1M
+gzip -c "$out/volume.raw" > "$out/volume.raw.gz"
+head -c 300 "$out/disk.qcow2" > "$out/truncated.qcow2"
 
 # Damaged and wrong images.
 echo "this is a text file, not a disk image" > "$out/not-an-image.txt"

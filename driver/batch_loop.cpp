@@ -1,0 +1,118 @@
+#include "driver/batch_loop.h"
+
+#include "driver/cmd_params.h"
+#include "driver/foundation_adapters.h"
+#include "driver/kito_user_context.h"
+#include "driver/output_entry.h"
+#include "evidence/file_source.h"
+#include "evidence/image_volumes.h"
+#include "foundation/vlm_portable_dir.h"
+#include "foundation/vlm_time.h"
+#include "prefetch/decode_chain.h"
+
+bool begin_batch_source(vlmportdir::stdin_stream_ex& source, cmd_params const& options)
+{
+    if (options.m_pipe_input) {
+        source.begin_pipe();
+        return true;
+    }
+    return source.begin_enum(options.m_enum_dir, options.m_num_subdirs, options.m_filter_list);
+}
+
+namespace {
+
+char const batch_separator[] = " =================================================== \n\n";
+
+// Only the text report is framed by separator lines, and only in its verbose form.
+bool separator_used(cmd_params const& options)
+{
+    return !options.m_fmt_csv && !options.m_fmt_timeline && !options.m_fmt_bodyfile && !options.m_fmt_json &&
+           !options.m_fmt_html && options.m_verbose;
+}
+
+// One item of a batch, after the filter: clear the last file, decode, report.
+bool process_item(kito_user_context& context, std::ostream& out, evidence_item const& item, bool separator)
+{
+    reset_decoded_entry(context);
+    context.m_file_path = item.display_name;
+    context.m_file_base_name = item.file_base_name;
+    context.diag_line(context.m_file_path);
+    bool outcome = output_prefetch_entry(out, context, [&item](kito_user_context& c) {
+        return item.read(c.m_buffers, c.m_entry) && decode_input_bytes(c.m_buffers, c.m_entry, c.m_version_label);
+    });
+    // A failed file leaves no separator: its messages stand on standard error.
+    if (separator && outcome) out << batch_separator;
+    return outcome;
+}
+
+bool process_named_file(kito_user_context& context, std::ostream& out, std::string const& name, bool separator)
+{
+    return process_item(context, out, file_evidence(expand_path_variables(name, /*allow_shadow_copy=*/true)),
+                        separator);
+}
+
+} // namespace
+
+bool process_batch(kito_user_context& context, std::ostream& out)
+{
+    time_range const range{context.m_start_bound, context.m_stop_bound};
+    vlmportdir::stdin_stream_ex source(&range);
+    if (!begin_batch_source(source, context)) return false;
+    bool const separator = separator_used(context);
+    if (separator) out << batch_separator;
+
+    bool outcome = false;
+    file_info info;
+    std::string name;
+    while (source.next_file(name, /*trim=*/true)) {
+        if (name.empty()) continue;
+        // The filter sees the name as it came, before %NAME% is expanded.
+        info = file_info{};
+        if (!matches_filter(context, name, context.m_filter_list, &info, /*stream_mode=*/false)) continue;
+        outcome = process_named_file(context, out, name, separator);
+    }
+    return outcome;
+}
+
+bool process_volume_scan(kito_user_context& context, std::ostream& out)
+{
+    std::string folder =
+        shadow_copy_prefix(/*lower=*/false, /*with_root=*/true) + context.m_volume_root + "\\Windows\\Prefetch";
+    std::vector<std::string> paths;
+    vlmportdir::list_paths(folder.c_str(), "*.pf", paths);
+    if (paths.empty()) return false;
+    bool const separator = separator_used(context);
+    if (separator) out << batch_separator;
+    bool outcome = false;
+    for (std::string const& path : paths) outcome = process_named_file(context, out, path, separator);
+    return outcome;
+}
+
+image_reading image_reading_of(cmd_params const& options)
+{
+    return {options.m_image_shadow_copies, options.m_image_deleted};
+}
+
+bool image_item_wanted(kito_user_context const& context, evidence_item const& item)
+{
+    std::vector<filter_entry> filters = context.m_filter_list;
+    std::string default_filter = "*.pf";
+    if (filters.empty()) parse_filter(filters, default_filter);
+    // The time range reads the NTFS modified time, not a stat of the name.
+    file_info info;
+    info.modified = item.recorded_modified;
+    info.time_kind = vlm::filetime;
+    return matches_filter(context, item.display_name, filters, &info, /*stream_mode=*/false);
+}
+
+bool process_image(kito_user_context& context, std::ostream& out)
+{
+    image_volumes source;
+    if (!source.open(context.m_image_path, image_reading_of(context))) return false;
+    bool const separator = separator_used(context);
+    if (separator) out << batch_separator;
+    bool outcome = false;
+    for (evidence_item const& item : source.items())
+        if (image_item_wanted(context, item)) outcome = process_item(context, out, item, separator);
+    return outcome;
+}
