@@ -1,11 +1,15 @@
 #include "driver/batch_loop.h"
 
+#include <unordered_map>
+
 #include "driver/cmd_params.h"
+#include "driver/content_index.h"
 #include "driver/foundation_adapters.h"
 #include "driver/kito_user_context.h"
 #include "driver/output_entry.h"
 #include "evidence/file_source.h"
 #include "evidence/image_volumes.h"
+#include "foundation/sha256.h"
 #include "foundation/vlm_portable_dir.h"
 #include "foundation/vlm_time.h"
 #include "prefetch/decode_chain.h"
@@ -105,14 +109,74 @@ bool image_item_wanted(kito_user_context const& context, evidence_item const& it
     return matches_filter(context, item.display_name, filters, &info, /*stream_mode=*/false);
 }
 
+namespace {
+
+// The first pass over an image: the digest of every wanted file's bytes
+// that another wanted file's size matches, so that a file whose bytes come
+// again later is reported once, naming the other places. Only the digests
+// and names stay; the bytes are read again one at a time when reported. A
+// file of a size of its own, or that can't be read whole, gets no digest and
+// is compared with nothing: the reporting pass reads it as before.
+content_index index_contents(std::vector<evidence_item const*> const& wanted)
+{
+    std::unordered_map<std::uint64_t, std::size_t> sizes;
+    for (evidence_item const* item : wanted) ++sizes[item->recorded_size];
+    content_index contents;
+    decode_buffers buffers;
+    for (evidence_item const* item : wanted) {
+        std::uint64_t const size = item->recorded_size;
+        prefetch_entry scratch;
+        bool const whole = size > 0 && size <= read_limit && sizes[size] > 1 && item->read(buffers, scratch);
+        contents.add(whole ? sha256_hex(buffers.file_bytes) : std::string(), item->display_name);
+    }
+    return contents;
+}
+
+// Histories go with the forms that show them.
+void note_version(kito_user_context& context, evidence_item const& item)
+{
+    if (context.m_fmt_json || context.m_fmt_html) context.m_history.add(context.m_entry, item.display_name);
+}
+
+void write_histories(kito_user_context& context, std::ostream& out)
+{
+    for (program_history const& program : context.m_history.take_histories()) {
+        if (context.m_fmt_json) write_json_history(out, program, context);
+        else write_html_history(out, program, context);
+    }
+}
+
+} // namespace
+
 bool process_image(kito_user_context& context, std::ostream& out)
 {
     image_volumes source;
     if (!source.open(context.m_image_path, image_reading_of(context))) return false;
+    std::vector<evidence_item const*> wanted;
+    for (evidence_item const& item : source.items())
+        if (image_item_wanted(context, item)) wanted.push_back(&item);
+    content_index const contents = index_contents(wanted);
     bool const separator = separator_used(context);
     if (separator) out << batch_separator;
     bool outcome = false;
-    for (evidence_item const& item : source.items())
-        if (image_item_wanted(context, item)) outcome = process_item(context, out, item, separator);
+    for (std::size_t i = 0; i < wanted.size(); ++i) {
+        if (contents.duplicate(i)) {
+            ++context.m_duplicates;
+            continue;
+        }
+        evidence_item item = *wanted[i];
+        std::vector<std::string> others = contents.same_bytes_at(i);
+        std::string const& digest = contents.digest(i); // already taken: not taken twice
+        evidence_reader const read = item.read;
+        item.read = [&](decode_buffers& buffers, prefetch_entry& entry) {
+            entry.same_bytes_at = others;
+            if (!digest.empty()) entry.input_sha256 = digest;
+            return read(buffers, entry);
+        };
+        bool const reported = process_item(context, out, item, separator);
+        if (reported && context.m_entry.failure == decode_failure::none) note_version(context, item);
+        outcome = reported;
+    }
+    write_histories(context, out);
     return outcome;
 }

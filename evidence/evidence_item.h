@@ -22,6 +22,9 @@ struct evidence_item {
     // The modified time the volume recorded (FILETIME), which the time range
     // reads; 0 for a file of this system, whose times are read by its name.
     std::uint64_t recorded_modified = 0;
+    // The size the volume recorded, 0 where unknown or unreadable: files of
+    // one size are the only ones that may hold the same bytes.
+    std::uint64_t recorded_size = 0;
     evidence_reader read;
 };
 

@@ -128,6 +128,7 @@ evidence_item listed_item(volume_view const& view, listed_file file)
     item.file_base_name = base_name_of(file.display_name);
     item.image = file.location;
     item.recorded_modified = file.facts.modified;
+    item.recorded_size = file.damaged ? 0 : file.facts.size;
     item.read = [view, file = std::move(file)](decode_buffers& buffers, prefetch_entry& entry) {
         return read_listed_file(view, file, buffers, entry);
     };
