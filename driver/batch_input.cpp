@@ -1,10 +1,12 @@
 #include "driver/batch_input.h"
 
 #include "driver/cmd_params.h"
+#include "driver/content_index.h"
 #include "driver/foundation_adapters.h"
 #include "driver/image_input.h"
 #include "driver/kito_user_context.h"
 #include "driver/output_entry.h"
+#include "foundation/sha256.h"
 #include "foundation/vlm_portable_dir.h"
 #include "foundation/vlm_string.h"
 #include "foundation/vlm_time.h"
@@ -187,6 +189,41 @@ bool process_volume_scan(kito_user_context& context, std::ostream& out)
     return outcome;
 }
 
+namespace {
+
+// The first pass over an image: the digest of every wanted file's bytes, so
+// that a file whose bytes come again later is reported once, naming the
+// other places. Only the digests and names stay; the bytes are read again
+// one at a time when reported. A file that can't be read whole gets no
+// digest and is compared with nothing: the reporting pass says why.
+content_index index_contents(image_source& source, std::vector<image_file const*> const& wanted)
+{
+    content_index contents;
+    std::vector<std::uint8_t> bytes;
+    for (image_file const* file : wanted) {
+        bool const whole =
+            !file->damaged && file->size > 0 && file->size <= read_limit && source.read(*file, read_limit, bytes);
+        contents.add(whole ? sha256_hex(bytes) : std::string(), file->display_name);
+    }
+    return contents;
+}
+
+// Histories go with the forms that show them.
+void note_version(kito_user_context& context, image_file const& file)
+{
+    if (context.m_fmt_json || context.m_fmt_html) context.m_history.add(context.m_entry, file.display_name);
+}
+
+void write_histories(kito_user_context& context, std::ostream& out)
+{
+    for (program_history const& program : context.m_history.take_histories()) {
+        if (context.m_fmt_json) write_json_history(out, program, context);
+        else write_html_history(out, program, context);
+    }
+}
+
+} // namespace
+
 bool image_file_wanted(kito_user_context const& context, image_file const& file)
 {
     std::vector<filter_entry> filters = context.m_filter_list;
@@ -203,15 +240,28 @@ bool process_image(kito_user_context& context, std::ostream& out)
 {
     image_source source;
     if (!source.open(context.m_image_path)) return false;
+    std::vector<image_file const*> wanted;
+    for (image_file const& file : source.files())
+        if (image_file_wanted(context, file)) wanted.push_back(&file);
+    content_index const contents = index_contents(source, wanted);
     bool const separator = separator_used(context);
     if (separator) out << batch_separator;
     bool outcome = false;
-    for (image_file const& file : source.files()) {
-        if (!image_file_wanted(context, file)) continue;
-        outcome = process_input(context, out, file.display_name, separator, [&](kito_user_context& c) {
+    for (std::size_t i = 0; i < wanted.size(); ++i) {
+        if (contents.duplicate(i)) {
+            ++context.m_duplicates;
+            continue;
+        }
+        image_file const& file = *wanted[i];
+        bool const reported = process_input(context, out, file.display_name, separator, [&](kito_user_context& c) {
+            c.m_entry.same_bytes_at = contents.same_bytes_at(i);
+            c.m_entry.input_sha256 = c.m_buffers.digest_wanted ? contents.digest(i) : std::string();
             return read_image_file(source, file, c.m_buffers, c.m_entry) &&
                    decode_input_bytes(c.m_buffers, c.m_entry, c.m_version_label);
         });
+        if (reported && context.m_entry.failure == decode_failure::none) note_version(context, file);
+        outcome = reported;
     }
+    write_histories(context, out);
     return outcome;
 }

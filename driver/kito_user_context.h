@@ -8,8 +8,9 @@
 #include "prefetch/decode_buffers.h"
 #include "prefetch/prefetch_entry.h"
 #include "reports/field_output.h"
-#include "reports/json_report.h"
 #include "reports/html_report.h"
+#include "reports/json_report.h"
+#include "reports/program_history.h"
 
 class kito_user_context : public cmd_params {
 public:
@@ -31,6 +32,11 @@ public:
     std::uint64_t m_files_handled = 0;
     std::uint64_t m_files_reported = 0;
     check_tally m_check_tally; // what the -json and -html summaries count beside those
+    // -image: the files passed over for holding bytes already reported (they
+    // count neither as handled nor as failed), and the versions of each
+    // program for its history.
+    std::uint64_t m_duplicates = 0;
+    history_book m_history;
     decode_buffers m_buffers;
 
     // Report state: the columns of the delimited table, fixed by the first file.

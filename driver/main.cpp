@@ -107,7 +107,8 @@ int run(arg_list& list)
     else *results << header.str() << '\n';
     int const status = run_mode(context, list, *results);
     if (context.m_fmt_json)
-        write_json_summary(*results, context.m_files_handled, context.m_files_reported, context.m_check_tally);
+        write_json_summary(*results, context.m_files_handled, context.m_files_reported, context.m_check_tally,
+                           context.m_image_given ? std::optional(context.m_duplicates) : std::nullopt);
     if (context.m_fmt_html) write_html_end(*results, context);
     if (context.m_results_path.empty()) return status;
     return finish_results_file(*results, results_file, context.m_results_path, status);

@@ -102,6 +102,16 @@ bool write_html_report(std::ostream& out, kito_user_context& context, bool decod
                                                    context.m_html_page, context.m_check_tally);
 }
 
+void write_json_history(std::ostream& out, program_history const& program, kito_user_context& context)
+{
+    write_json_history(out, program, settings_of(context));
+}
+
+void write_html_history(std::ostream& out, program_history const& program, kito_user_context& context)
+{
+    write_html_history(out, program, context.m_html_page);
+}
+
 void write_html_head(std::ostream& out, kito_user_context& context, run_facts const& facts)
 {
     html_tags tags;
@@ -120,6 +130,8 @@ void write_html_end(std::ostream& out, kito_user_context& context)
                                       {"Path hash matches a path", checks.path_hash_matched},
                                       {"Path hash matches no path", checks.path_hash_not_matched},
                                       {"Path hash not checked", checks.path_hash_unchecked}};
+    if (context.m_image_given)
+        counts.insert(counts.begin() + 3, {"Duplicates (bytes reported at another place)", context.m_duplicates});
     for (finding const which : all_findings)
         counts.push_back({std::string("Finding ") + finding_code(which),
                           checks.with_finding[static_cast<std::size_t>(which)]});

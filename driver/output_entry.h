@@ -29,6 +29,9 @@ bool write_timeline_report(std::ostream& out, kito_user_context& context);
 bool write_bodyfile_report(std::ostream& out, kito_user_context& context);
 bool write_json_report(std::ostream& out, kito_user_context& context, bool decoded);
 bool write_html_report(std::ostream& out, kito_user_context& context, bool decoded);
+// The history of a program found in several versions, in the form chosen.
+void write_json_history(std::ostream& out, program_history const& program, kito_user_context& context);
+void write_html_history(std::ostream& out, program_history const& program, kito_user_context& context);
 // The HTML page's head and run section, with the examiner's tags; and its end,
 // with the run's counts.
 void write_html_head(std::ostream& out, kito_user_context& context, run_facts const& facts);

@@ -76,10 +76,11 @@ decode_failure read_failure(std::wstring const& path)
 
 // The digest of the input for its chain of custody, from the bytes in hand.
 // A file cut at the read limit (or changed since it was measured) keeps none:
-// the digest of a part would not be the file's.
+// the digest of a part would not be the file's. One that the source already
+// took of the same bytes stands.
 void note_input_digest(std::vector<std::uint8_t> const& bytes, prefetch_entry& entry)
 {
-    if (bytes.size() == entry.input_file_size) entry.input_sha256 = sha256_hex(bytes);
+    if (entry.input_sha256.empty() && bytes.size() == entry.input_file_size) entry.input_sha256 = sha256_hex(bytes);
 }
 
 } // namespace

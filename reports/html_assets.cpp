@@ -27,6 +27,7 @@ em.none{color:var(--muted)}
 #timeline .span{stroke:#90a4ae}
 #timeline .last{fill:var(--last)}
 #timeline .run{fill:var(--run)}
+#timeline .older{fill:#fff;stroke:var(--run);stroke-width:1.5}
 #timeline .mod{fill:var(--mod)}
 #timeline .mod.beyond{fill:none;stroke:var(--mod);stroke-dasharray:2 2}
 #timeline a text{fill:var(--ink)}
@@ -57,7 +58,7 @@ th,td{padding:.1rem .2rem}tr.file{break-inside:avoid}}
 
 char const html_timeline_frame[] = R"(<section id="timeline-section"><h2>Execution timeline</h2>
 <div class="legend"><label>Filter <input id="filter" type="search" placeholder="name, hash, path or time"></label>
-<span class="key"><b class="k-last">&#9679;</b> last run <b class="k-run">&#9679;</b> earlier run <b class="k-mod">&#9474;</b> Prefetch file modified (dashed at the edge: outside the runs' span)</span>
+<span class="key"><b class="k-last">&#9679;</b> last run <b class="k-run">&#9679;</b> earlier run <b class="k-run">&#9675;</b> run only an older version keeps <b class="k-mod">&#9474;</b> Prefetch file modified (dashed at the edge: outside the runs' span)</span>
 <span id="shown"></span></div>
 <noscript><p>The timeline is drawn by the page's script; the table below holds the same times.</p></noscript>
 <div class="tl"><svg id="timeline" xmlns="http://www.w3.org/2000/svg" role="img" aria-label="Execution timeline"></svg></div>
@@ -93,8 +94,8 @@ char const html_script[] = R"(
   var items = rows.map(function (row) {
     var it = { row: row, more: document.getElementById('d' + row.id.slice(1)),
       name: row.cells[0].textContent, hash: row.cells[1].textContent, text: row.textContent.toLowerCase(),
-      last: times(row, 'last'), runs: times(row, 'runs'), mod: times(row, 'modified') };
-    it.last.concat(it.runs).forEach(function (t) { var v = ms(t); lo = Math.min(lo, v); hi = Math.max(hi, v); });
+      last: times(row, 'last'), runs: times(row, 'runs'), older: times(row, 'older'), mod: times(row, 'modified') };
+    it.last.concat(it.runs, it.older).forEach(function (t) { var v = ms(t); lo = Math.min(lo, v); hi = Math.max(hi, v); });
     return it;
   });
   // The axis spans the runs. The files' modified times often tell when they
@@ -167,7 +168,7 @@ char const html_script[] = R"(
       var label = el('text', { x: LABEL - 8, y: cy + 4, 'text-anchor': 'end' }, el('a', { href: '#' + it.row.id }, g));
       label.textContent = (it.name.length > 30 ? it.name.slice(0, 29) + '\u2026' : it.name) + '-' + it.hash;
       titled(label, it.name + '-' + it.hash);
-      var runs = it.last.concat(it.runs).map(ms);
+      var runs = it.last.concat(it.runs, it.older).map(ms);
       if (runs.length > 1)
         el('line', { 'class': 'span', x1: x(Math.min.apply(null, runs)), x2: x(Math.max.apply(null, runs)), y1: cy, y2: cy }, g);
       it.mod.forEach(function (t) {
@@ -175,6 +176,7 @@ char const html_script[] = R"(
         titled(el('rect', { 'class': beyond ? 'mod beyond' : 'mod', x: at, y: y + 3, width: 2, height: ROW - 6 }, g),
           'Prefetch file modified ' + t + (beyond ? ', beyond the runs shown' : ''));
       });
+      it.older.forEach(function (t) { titled(el('circle', { 'class': 'older', cx: x(ms(t)), cy: cy, r: 3.5 }, g), 'run, older version ' + t); });
       it.runs.forEach(function (t) { titled(el('circle', { 'class': 'run', cx: x(ms(t)), cy: cy, r: 3.5 }, g), 'run ' + t); });
       it.last.forEach(function (t) { titled(el('circle', { 'class': 'last', cx: x(ms(t)), cy: cy, r: 5 }, g), 'last run ' + t); });
     });
@@ -213,4 +215,4 @@ char const html_script[] = R"(
   draw();
 })();
 )";
-char const html_script_sha256[] = "UIydJQHwYOrxVTUQZcngULPmWboh4lq4tizN2gzbCBc=";
+char const html_script_sha256[] = "cV3BmTwGZd/X3TgYaHKII1jN+enNZfYmCcyyvvJwfaY=";

@@ -1,6 +1,8 @@
 #include "reports/html_report.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <set>
 
 #include "reports/field_output.h"
 #include "reports/html_assets.h"
@@ -199,6 +201,15 @@ void put_volumes(std::ostream& out, prefetch_entry const& e)
     put(out, "</ol></details>");
 }
 
+// The other places of an image that hold the file's bytes.
+void put_same_bytes(std::ostream& out, prefetch_entry const& e)
+{
+    if (e.same_bytes_at.empty()) return;
+    put(out, "<p>The same bytes also at:</p><ol class=\"list\">");
+    for (std::string const& name : e.same_bytes_at) put(out, "<li class=\"path\">" + html_text(name) + "</li>");
+    put(out, "</ol>");
+}
+
 void put_file_rows(std::ostream& out, html_row const& row)
 {
     report_subject const& file = row.file;
@@ -214,10 +225,48 @@ void put_file_rows(std::ostream& out, html_row const& row)
         "</tr>\n<tr class=\"more\" id=\"d" + id + "\"><td colspan=\"" + std::to_string(std::size(columns)) + "\">");
     if (!file.entry.input_sha256.empty())
         put(out, "<p>SHA-256 of the file as read: <span class=\"mono\">" + file.entry.input_sha256 + "</span></p>");
+    put_same_bytes(out, file.entry);
     put_loaded_files(out, file.entry);
     put_volumes(out, file.entry);
     put(out, "</td></tr>\n");
 }
+
+// ISO texts, blank-separated, latest first.
+template <typename range>
+std::string iso_list(range const& times)
+{
+    std::string text;
+    for (auto t = times.rbegin(); t != times.rend(); ++t)
+        if (!iso_time(*t).empty()) text += (text.empty() ? "" : " ") + iso_time(*t);
+    return text;
+}
+
+// A history row fills the columns that have a meaning for a program across
+// its versions, by heading; the others stay empty.
+struct history_cell {
+    char const* heading;
+    std::string (*cell)(program_history const& program, std::string const& id);
+};
+
+history_cell const history_cells[] = {
+    {"Executable",
+     [](program_history const& p, std::string const& id) {
+         return "<td><a class=\"open\" href=\"#d" + id + "\">" + html_text(p.executable) + "</a> (history)";
+     }},
+    {"Hash",
+     [](program_history const& p, std::string const&) { return "<td class=\"mono\">" + hash_text(p.prefetch_hash); }},
+    {"Runs", [](program_history const& p,
+                std::string const&) { return "<td class=\"num\">" + std::to_string(p.all_runs().size()); }},
+    {"Last run (UTC)",
+     [](program_history const& p, std::string const&) {
+         std::string const iso = iso_time(p.versions.front().last_run);
+         return (iso.empty() ? "<td>" : "<td data-sort=\"" + iso + "\">") + time_element(p.versions.front().last_run);
+     }},
+    {"Executable path",
+     [](program_history const& p, std::string const&) { return "<td class=\"path\">" + html_text(p.executable_path); }},
+    {"Format", [](program_history const& p,
+                  std::string const&) { return "<td>History of " + std::to_string(p.versions.size()) + " versions"; }},
+};
 
 void put_fact(std::ostream& out, std::string_view label, std::string const& value_html)
 {
@@ -277,6 +326,33 @@ bool write_html_report(std::ostream& out, report_subject const& file, report_set
         state.failed.push_back({file.file_path, failure_reason(file.entry.failure)});
     else ++state.failed_unlisted;
     return false;
+}
+
+void write_html_history(std::ostream& out, program_history const& program, html_page_state& state)
+{
+    if (program.versions.empty()) return;
+    std::string const id = std::to_string(++state.rows);
+    // The timeline draws the newest version's runs as a file's, and the runs
+    // that only older versions keep apart.
+    program_version const& newest = program.versions.front();
+    std::set<std::uint64_t> earlier = newest.runs, older;
+    earlier.erase(newest.last_run);
+    for (std::uint64_t const run : program.all_runs())
+        if (!newest.runs.contains(run)) older.insert(run);
+    put(out, "<tr class=\"file\" id=\"f" + id + "\" data-last=\"" + iso_time(newest.last_run) + "\" data-runs=\"" +
+                 iso_list(earlier) + "\" data-older=\"" + iso_list(older) + "\" data-modified=\"\">");
+    for (html_column const& column : columns) {
+        auto const found =
+            std::find_if(std::begin(history_cells), std::end(history_cells),
+                         [&column](history_cell const& c) { return std::string_view(c.heading) == column.heading; });
+        put(out, (found == std::end(history_cells) ? std::string("<td>") : found->cell(program, id)) + "</td>");
+    }
+    put(out, "</tr>\n<tr class=\"more\" id=\"d" + id + "\"><td colspan=\"" + std::to_string(std::size(columns)) +
+                 "\"><p>Versions, newest first:</p><ol class=\"list\">");
+    for (program_version const& version : program.versions)
+        put(out, "<li><span class=\"path\">" + html_text(version.display_name) + "</span>, last run " +
+                     time_element(version.last_run) + ", " + std::to_string(version.runs.size()) + " runs</li>");
+    put(out, "</ol></td></tr>\n");
 }
 
 void write_html_end(std::ostream& out, html_page_state const& state, std::vector<html_count> const& counts)

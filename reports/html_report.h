@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "prefetch/consistency.h"
+#include "reports/program_history.h"
 #include "reports/report_settings.h"
 #include "reports/report_texts.h"
 
@@ -61,5 +62,9 @@ void write_html_head(std::ostream& out, run_facts const& facts, html_tags const&
 // A decoded file's checks are counted in `tally`.
 bool write_html_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded,
                        html_page_state& state, check_tally& tally);
+// A table row for the history of a program found in several versions, with
+// its versions in the details; the timeline marks apart the runs that only
+// older versions keep.
+void write_html_history(std::ostream& out, program_history const& program, html_page_state& state);
 // The rest of the page: the failed files, the summary and the script.
 void write_html_end(std::ostream& out, html_page_state const& state, std::vector<html_count> const& counts);

@@ -131,14 +131,17 @@ void add_input(json_object& record, report_subject const& file)
     add_sha256(record, e);
 }
 
-// Where in an image the file lies; nothing for a file read from the file system.
-void add_image_location(json_object& record, image_location const& image)
+// Where in an image the file lies, and the other places that hold the same
+// bytes; nothing for a file read from the file system.
+void add_image_location(json_object& record, prefetch_entry const& e)
 {
+    image_location const& image = e.image;
     if (!image.present) return;
     json_object place;
     place.text("path", image.image_path).number("partition_offset", image.partition_offset);
     place.number("mft_entry", image.mft_entry).number("mft_sequence", image.mft_sequence);
     record.raw("image", place.text("path_in_volume", image.path_in_volume).close());
+    record.raw("same_bytes_at", json_array(e.same_bytes_at, json_string));
 }
 
 void add_hashes(json_object& record, report_subject const& file)
@@ -204,7 +207,7 @@ void put_prefetch_record(std::ostream& out, report_subject const& file, report_s
     json_object record;
     record.text("record", "prefetch");
     add_input(record, file);
-    add_image_location(record, e.image);
+    add_image_location(record, e);
     record.number("format_version", e.format_version).text("label", file.version_label);
     record.raw("container", e.container_kinds.empty() ? "null" : json_string(container_names(e.container_kinds)))
         .number("decoded_size", e.decoded_size);
@@ -238,7 +241,7 @@ json_object error_record(report_subject const& file, report_settings const& sett
     record.text("record", "error").text("path", file.file_path);
     add_sha256(record, file.entry);
     record.text("error", failure_reason(file.entry.failure));
-    add_image_location(record, file.entry.image);
+    add_image_location(record, file.entry);
     add_examiner_tags(record, settings);
     return record;
 }
@@ -279,11 +282,28 @@ bool write_json_report(std::ostream& out, report_subject const& file, report_set
     return decoded;
 }
 
-void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported, check_tally const& tally)
+void write_json_history(std::ostream& out, program_history const& program, report_settings const& settings)
+{
+    std::set<std::uint64_t> const runs = program.all_runs();
+    auto const name = [](program_version const& version) { return json_string(version.display_name); };
+    json_object record;
+    record.text("record", "history").text("image", program.image_path);
+    record.number("partition_offset", program.partition_offset).text("executable", program.executable);
+    record.text("prefetch_hash", hash_text(program.prefetch_hash)).raw("versions", json_array(program.versions, name));
+    record.raw("runs", json_array(runs.rbegin(), runs.rend(), json_time));
+    record.raw("runs_filetime", json_array(runs.rbegin(), runs.rend(), json_number));
+    add_examiner_tags(record, settings);
+    put_record(out, record);
+}
+
+void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported, check_tally const& tally,
+                        std::optional<std::uint64_t> duplicates)
 {
     json_object record;
     record.text("record", "summary").number("files", files).number("reported", reported);
-    record.number("failed", files - reported).number("path_hash_matched", tally.path_hash_matched);
+    record.number("failed", files - reported);
+    if (duplicates) record.number("duplicates", *duplicates);
+    record.number("path_hash_matched", tally.path_hash_matched);
     record.number("path_hash_not_matched", tally.path_hash_not_matched);
     record.number("path_hash_unchecked", tally.path_hash_unchecked);
     json_object by_finding;

@@ -6,12 +6,14 @@
 // references, full-precision times and the reason a file was refused.
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "prefetch/consistency.h"
+#include "reports/program_history.h"
 #include "reports/report_settings.h"
 #include "reports/report_texts.h"
 
@@ -29,7 +31,13 @@ std::string json_time(std::uint64_t filetime);
 void write_json_run_record(std::ostream& out, run_facts const& facts);
 // The record of the file in hand: "prefetch" when it was decoded, otherwise
 // "error" with the reason the decoder gave. A "prefetch" record is counted in
-// `tally`. The result is `decoded`.
+// `tally`. The result is `decoded`. A file from an image has `same_bytes_at`.
 bool write_json_report(std::ostream& out, report_subject const& file, report_settings const& settings, bool decoded,
                        check_tally& tally);
-void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported, check_tally const& tally);
+// The "history" record of a program found in several versions: their names,
+// newest first, and the distinct runs of all of them, latest first.
+void write_json_history(std::ostream& out, program_history const& program, report_settings const& settings);
+// `duplicates`, the files passed over for holding bytes already reported, is
+// given in the runs that compare contents (-image), and only there.
+void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t reported, check_tally const& tally,
+                        std::optional<std::uint64_t> duplicates = std::nullopt);

@@ -77,6 +77,31 @@ truncate -s 17M "$mnt/windows/PREFETCH/01-HUGE.pf"
 place "$samples/WORDPAD.EXE-2B4E7D19.pf" "$mnt/windows/PREFETCH/WORDPAD.EXE-2B4E7D19.pf" 3
 umount "$mnt"
 
+# Volume 3: one content at three places (two copies of CMD.EXE's file, and
+# two equal files that are no Prefetch files) and two versions of CALC.EXE's
+# file. The older version, also left beside the images, is the sample with
+# its last run two hours earlier and a run of long ago in slot 6 (the run
+# slots of version 26 start at byte 128).
+put_u64() {
+    printf "$(printf '%016x\n' "$3" | fold -w2 | tac | sed 's/^/\\x/' | tr -d '\n')" |
+        dd of="$1" bs=1 seek="$2" conv=notrunc status=none
+}
+cp "$samples/CALC.EXE-77FDF17F.pf" "$out/CALC-older.pf"
+put_u64 "$out/CALC-older.pf" 128 130299928000000000
+put_u64 "$out/CALC-older.pf" 176 130200000000000000
+new_volume "$out/versions.raw"
+ntfs-3g "$out/versions.raw" "$mnt"
+mkdir -p "$mnt/Windows/Prefetch"
+place "$samples/CALC.EXE-77FDF17F.pf" "$mnt/Windows/Prefetch/CALC.EXE-77FDF17F.pf" 0
+place "$out/CALC-older.pf" "$mnt/Windows/Prefetch/CALC.EXE-77FDF17F.OLD.pf" 1
+for name in "CMD.EXE-4A81B364.pf" "Copy (2) of CMD.EXE-4A81B364.pf" "Copy of CMD.EXE-4A81B364.pf"; do
+    place "$samples/CMD.EXE-4A81B364.pf" "$mnt/Windows/Prefetch/$name" 2
+done
+place "$samples/MSPAINT.EXE-8F2A1C3D.pf" "$mnt/Windows/Prefetch/MSPAINT.EXE-8F2A1C3D.pf" 3
+echo "no Prefetch file" > "$mnt/Windows/Prefetch/BAD-1.pf"
+echo "no Prefetch file" > "$mnt/Windows/Prefetch/BAD-2.pf"
+umount "$mnt"
+
 # The MBR disk: volume 1 at sector 2048, volume 2 right behind it.
 truncate -s 42M "$out/disk.raw"
 printf 'start=2048, size=32768, type=7\nstart=34816, size=49152, type=7\n' | sfdisk -q "$out/disk.raw"
