@@ -15,7 +15,8 @@ import sys
 import tempfile
 import time
 
-import make_shadow_copies as writer
+sys.dont_write_bytecode = True  # nothing left in the source tree
+import make_shadow_copies as writer  # noqa: E402
 
 SKIPPED = 77
 images = sys.argv[1]
