@@ -1,5 +1,7 @@
 #include "driver/batch_input.h"
 
+#include <unordered_map>
+
 #include "driver/cmd_params.h"
 #include "driver/content_index.h"
 #include "driver/foundation_adapters.h"
@@ -191,18 +193,21 @@ bool process_volume_scan(kito_user_context& context, std::ostream& out)
 
 namespace {
 
-// The first pass over an image: the digest of every wanted file's bytes, so
-// that a file whose bytes come again later is reported once, naming the
-// other places. Only the digests and names stay; the bytes are read again
-// one at a time when reported. A file that can't be read whole gets no
-// digest and is compared with nothing: the reporting pass says why.
+// The first pass over an image: the digest of every wanted file's bytes
+// that another wanted file's size matches, so that a file whose bytes come
+// again later is reported once, naming the other places. Only the digests
+// and names stay; the bytes are read again one at a time when reported. A
+// file of a size of its own, or that can't be read whole, gets no digest and
+// is compared with nothing: the reporting pass reads it as before.
 content_index index_contents(image_source& source, std::vector<image_file const*> const& wanted)
 {
+    std::unordered_map<std::uint64_t, std::size_t> sizes;
+    for (image_file const* file : wanted) ++sizes[file->size];
     content_index contents;
     std::vector<std::uint8_t> bytes;
     for (image_file const* file : wanted) {
-        bool const whole =
-            !file->damaged && file->size > 0 && file->size <= read_limit && source.read(*file, read_limit, bytes);
+        bool const whole = sizes[file->size] > 1 && !file->damaged && file->size > 0 && file->size <= read_limit &&
+                           source.read(*file, read_limit, bytes);
         contents.add(whole ? sha256_hex(bytes) : std::string(), file->display_name);
     }
     return contents;

@@ -30,6 +30,9 @@ em.none{color:var(--muted)}
 #timeline .older{fill:#fff;stroke:var(--run);stroke-width:1.5}
 #timeline .mod{fill:var(--mod)}
 #timeline .mod.beyond{fill:none;stroke:var(--mod);stroke-dasharray:2 2}
+#timeline .bin{fill:#78909c;cursor:crosshair}
+#timeline .plot{fill:transparent;cursor:crosshair}
+#timeline .sel{fill:rgba(21,101,192,.15);stroke:var(--run);pointer-events:none}
 #timeline a text{fill:var(--ink)}
 #timeline a:hover text{text-decoration:underline}
 table{border-collapse:collapse;width:100%}
@@ -41,48 +44,57 @@ th[aria-sort=descending] button::after{content:" \25BC"}
 td.num{text-align:right}
 .warn{color:#a40000;font-weight:600}.ok{color:#1b5e20}
 time{white-space:nowrap}
-tr.file:nth-child(4n+1){background:var(--band)}
+tr.file{display:none}
+tr.file.on{display:table-row}
+tr.file.alt{background:var(--band)}
 tr.file:target{outline:2px solid var(--run)}
-tr.more{display:none}
-tr.more.shown,tr.more:target{display:table-row}
 tr.more>td{background:#fafbfc;padding:.5rem 1rem}
 ol.list{margin:.25rem 0;padding-left:2.5rem}
 details{margin:.25rem 0}
 summary{cursor:pointer;color:var(--muted)}
 .ref{color:var(--muted)}
 [hidden]{display:none!important}
-@media print{body{margin:0;font-size:9pt}.legend label{display:none}th{position:static}.tl{overflow:visible}
+#paging{color:var(--muted)}
+@media print{body{margin:0;font-size:9pt}.legend label,.legend button,#paging button{display:none}th{position:static}.tl{overflow:visible}
 #timeline{min-width:0}a{color:inherit;text-decoration:none}td.path{min-width:0}code,.mono,.path,.ref{font-size:8pt}
 th,td{padding:.1rem .2rem}tr.file{break-inside:avoid}}
 )";
 
 char const html_timeline_frame[] = R"(<section id="timeline-section"><h2>Execution timeline</h2>
 <div class="legend"><label>Filter <input id="filter" type="search" placeholder="name, hash, path or time"></label>
-<span class="key"><b class="k-last">&#9679;</b> last run <b class="k-run">&#9679;</b> earlier run <b class="k-run">&#9675;</b> run only an older version keeps <b class="k-mod">&#9474;</b> Prefetch file modified (dashed at the edge: outside the runs' span)</span>
+<button type="button" id="whole" disabled>Whole span</button>
+<span class="key"><b class="k-last">&#9679;</b> last run <b class="k-run">&#9679;</b> earlier run <b class="k-run">&#9675;</b> run only an older version keeps <b class="k-mod">&#9474;</b> Prefetch file modified (dashed at the edge: outside the span shown)</span>
 <span id="shown"></span></div>
-<noscript><p>The timeline is drawn by the page's script; the table below holds the same times.</p></noscript>
+<noscript><p>The timeline and the files' details are drawn by the page's script; the table below holds the same times.</p></noscript>
 <div class="tl"><svg id="timeline" xmlns="http://www.w3.org/2000/svg" role="img" aria-label="Execution timeline"></svg></div>
 </section>
 )";
 
 // Plain script, run once the page is parsed. Evidence is read with
-// textContent and written with textContent and setAttribute, never as markup.
+// textContent and JSON.parse and written with textContent and setAttribute,
+// never as markup.
 char const html_script[] = R"(
 (function () {
   'use strict';
   var NS = 'http://www.w3.org/2000/svg';
-  var W = 1200, LABEL = 330, RIGHT = 16, ROW = 18, TOP = 34, MONTH = 2629746e3;
+  var W = 1200, LABEL = 330, RIGHT = 16, ROW = 18, STRIP = 44, TOP = 78, MONTH = 2629746e3;
+  // Rows drawn at a time, and the steps of the strip of run counts.
+  var PAGE = 200, BINS = 100;
   // Tick steps in milliseconds, then in months (second member 1).
   var STEPS = [[6e4], [3e5], [9e5], [18e5], [36e5], [108e5], [216e5], [432e5], [864e5], [1728e5], [6048e5],
     [1, 1], [3, 1], [6, 1], [12, 1], [24, 1], [60, 1], [120, 1], [240, 1], [600, 1], [1200, 1]];
   var svg = document.getElementById('timeline');
   var filter = document.getElementById('filter');
+  var whole = document.getElementById('whole');
+  var paging = document.getElementById('paging');
   var body = document.getElementById('files').tBodies[0];
+  var heads = document.querySelectorAll('#files thead th');
   var rows = Array.prototype.filter.call(body.rows, function (r) { return r.className === 'file'; });
-  var lo = Infinity, hi = -Infinity, caption = '';
+  var lo = Infinity, hi = -Infinity, caption = '', zoomed = false, zoomable = false, limit = PAGE, order;
 
   function times(row, name) { var v = row.getAttribute('data-' + name); return v ? v.split(' ') : []; }
   function ms(iso) { return Date.parse(iso.slice(0, 23) + 'Z'); }
+  function iso(v) { return new Date(v).toISOString(); }
   function el(name, attrs, parent) {
     var e = document.createElementNS(NS, name);
     Object.keys(attrs).forEach(function (k) { e.setAttribute(k, attrs[k]); });
@@ -92,24 +104,25 @@ char const html_script[] = R"(
   function titled(e, text) { el('title', {}, e).textContent = text; return e; }
 
   var items = rows.map(function (row) {
-    var it = { row: row, more: document.getElementById('d' + row.id.slice(1)),
-      name: row.cells[0].textContent, hash: row.cells[1].textContent, text: row.textContent.toLowerCase(),
+    var it = { row: row, number: row.id.slice(1), name: row.cells[0].textContent, hash: row.cells[1].textContent,
       last: times(row, 'last'), runs: times(row, 'runs'), older: times(row, 'older'), mod: times(row, 'modified') };
-    it.last.concat(it.runs, it.older).forEach(function (t) { var v = ms(t); lo = Math.min(lo, v); hi = Math.max(hi, v); });
+    it.at = it.last.concat(it.runs, it.older).map(ms);
+    it.at.forEach(function (v) { lo = Math.min(lo, v); hi = Math.max(hi, v); });
     return it;
   });
   // The axis spans the runs. The files' modified times often tell when they
-  // were copied, not when they were written: one outside the runs' span is
+  // were copied, not when they were written: one outside the span shown is
   // drawn hollow at the edge, with its time in its title.
   if (!isFinite(lo)) items.forEach(function (it) {
     it.mod.forEach(function (t) { var v = ms(t); lo = Math.min(lo, v); hi = Math.max(hi, v); });
   });
-  items.sort(function (a, b) { var p = a.last[0] || '', q = b.last[0] || ''; return p < q ? 1 : p > q ? -1 : 0; });
   var timed = isFinite(lo);
   if (hi - lo < 12e4) { lo -= 6e4; hi += 6e4; }
   var pad = (hi - lo) * 0.02;
   lo -= pad; hi += pad;
+  var span = [lo, hi];
   function x(v) { return (LABEL + (v - lo) / (hi - lo) * (W - LABEL - RIGHT)).toFixed(1); }
+  function at(px) { return lo + (Math.min(Math.max(px, LABEL), W - RIGHT) - LABEL) / (W - LABEL - RIGHT) * (hi - lo); }
 
   // About eight ticks, on round minutes, hours, days, months or years.
   function ticks() {
@@ -125,94 +138,223 @@ char const html_script[] = R"(
     }
     var cut = step[1] ? (step[0] % 12 ? 7 : 4) : step[0] >= 864e5 ? 10 : 0;
     // Labels within a day leave out the year: the caption gives it.
-    caption = 'Time (UTC' + (cut ? ')' : ', ' + new Date(lo).toISOString().slice(0, 4) + ')');
-    return out.map(function (t) {
-      var s = new Date(t).toISOString();
-      return [t, cut ? s.slice(0, cut) : s.slice(5, 16).replace('T', ' ')];
+    caption = 'Time (UTC' + (cut ? ')' : ', ' + iso(lo).slice(0, 4) + ')');
+    return out.map(function (t) { var s = iso(t); return [t, cut ? s.slice(0, cut) : s.slice(5, 16).replace('T', ' ')]; });
+  }
+
+  // A file is shown when its row holds the filter's text and, zoomed in,
+  // when one of its runs lies in the window.
+  function matches(it, q) {
+    if (q && (it.text || (it.text = it.row.textContent.toLowerCase())).indexOf(q) < 0) return false;
+    return !zoomed || it.at.some(function (v) { return v >= lo && v < hi; });
+  }
+
+  // How many runs of the files shown fall in each step of the axis.
+  function drawStrip(shown) {
+    var counts = [], most = 0, width = (hi - lo) / BINS, g = el('g', { 'class': 'strip' }, svg);
+    for (var i = 0; i < BINS; i++) counts.push(0);
+    shown.forEach(function (it) {
+      it.at.forEach(function (v) { if (v >= lo && v < hi) counts[Math.min(BINS - 1, Math.floor((v - lo) / width))]++; });
+    });
+    counts.forEach(function (n) { most = Math.max(most, n); });
+    el('text', { x: LABEL - 8, y: STRIP - 4, 'text-anchor': 'end' }, g).textContent = 'Runs per step (most ' + most + ')';
+    counts.forEach(function (n, i) {
+      if (!n) return;
+      var from = lo + i * width, to = i === BINS - 1 ? hi : lo + (i + 1) * width, h = Math.max(1, n / most * (STRIP - 10));
+      titled(el('rect', { 'class': 'bin', x: x(from), y: STRIP - h, width: Math.max(1, x(to) - x(from) - 0.5), height: h,
+        'data-count': n, 'data-from': iso(from), 'data-to': iso(to) }, g), n + ' runs from ' + iso(from) + ' to ' + iso(to));
+    });
+  }
+
+  function drawRow(it, i) {
+    var y = TOP + i * ROW, cy = y + ROW / 2;
+    var g = el('g', { 'class': 'tl-row', 'data-row': it.row.id }, svg);
+    if (i % 2 === 0) el('rect', { 'class': 'band', x: 0, y: y, width: W, height: ROW }, g);
+    var label = el('text', { x: LABEL - 8, y: cy + 4, 'text-anchor': 'end' }, el('a', { href: '#' + it.row.id }, g));
+    label.textContent = (it.name.length > 30 ? it.name.slice(0, 29) + '\u2026' : it.name) + '-' + it.hash;
+    titled(label, it.name + '-' + it.hash);
+    var first = Math.max(Math.min.apply(null, it.at), lo), end = Math.min(Math.max.apply(null, it.at), hi);
+    if (it.at.length > 1 && first < end) el('line', { 'class': 'span', x1: x(first), x2: x(end), y1: cy, y2: cy }, g);
+    it.mod.forEach(function (t) {
+      var v = ms(t), beyond = v < lo || v > hi;
+      titled(el('rect', { 'class': beyond ? 'mod beyond' : 'mod', x: x(Math.min(Math.max(v, lo), hi)) - 1, y: y + 3, width: 2, height: ROW - 6 }, g),
+        'Prefetch file modified ' + t + (beyond ? ', outside the span shown' : ''));
+    });
+    [[it.older, 'older', 3.5, 'run, older version '], [it.runs, 'run', 3.5, 'run '], [it.last, 'last', 5, 'last run ']].forEach(function (kind) {
+      kind[0].forEach(function (t) {
+        var v = ms(t);
+        if (v >= lo && v <= hi) titled(el('circle', { 'class': kind[1], cx: x(v), cy: cy, r: kind[2] }, g), kind[3] + t);
+      });
     });
   }
 
   function draw() {
     var q = filter.value.trim().toLowerCase();
-    while (svg.firstChild) svg.removeChild(svg.firstChild);
-    var shown = items.filter(function (it) {
-      var on = !q || it.text.indexOf(q) >= 0;
-      it.row.hidden = !on;
-      if (it.more) it.more.hidden = !on;
-      return on;
+    var shown = order.filter(function (it) { return matches(it, q); }), drawn = shown.slice(0, limit);
+    items.forEach(function (it) { it.on = false; });
+    drawn.forEach(function (it, i) { it.on = true; it.row.className = 'file on' + (i % 2 ? '' : ' alt'); });
+    items.forEach(function (it) {
+      if (!it.on && it.row.className !== 'file') it.row.className = 'file';
+      if (it.more) it.more.hidden = !(it.on && it.open);
     });
-    document.getElementById('shown').textContent = shown.length + ' of ' + items.length + ' files';
+    document.getElementById('shown').textContent = shown.length + ' of ' + items.length + ' files' +
+      (zoomed ? ', with a run from ' + iso(lo) + ' to ' + iso(hi) : '');
+    paging.hidden = drawn.length === shown.length;
+    paging.firstChild.textContent = 'The first ' + drawn.length + ' of ' + shown.length + ' files are shown. ';
+    whole.disabled = !zoomed;
+    while (svg.firstChild) svg.removeChild(svg.firstChild);
+    svg.setAttribute('data-from', iso(lo));
+    svg.setAttribute('data-to', iso(hi));
     if (!timed || !shown.length) {
       svg.setAttribute('viewBox', '0 0 ' + W + ' 24');
       svg.setAttribute('width', W);
       svg.setAttribute('height', 24);
       el('text', { x: 4, y: 16 }, svg).textContent = items.length ? (timed ? 'No file matches the filter.' : 'No times to show.') : 'No file was decoded.';
+      zoomable = false;
       return;
     }
-    var h = TOP + shown.length * ROW + 6;
+    var h = TOP + drawn.length * ROW + 6;
+    zoomable = true;
     svg.setAttribute('viewBox', '0 0 ' + W + ' ' + h);
     svg.setAttribute('width', W);
     svg.setAttribute('height', h);
+    el('rect', { 'class': 'plot', x: LABEL, y: 0, width: W - LABEL - RIGHT, height: TOP - 6 }, svg);
+    drawStrip(shown);
     var axis = el('g', { 'class': 'axis' }, svg);
-    var marks = ticks();
     el('text', { x: 4, y: TOP - 10 }, axis).textContent = caption;
-    marks.forEach(function (tick) {
+    ticks().forEach(function (tick) {
       var tx = x(tick[0]);
       el('line', { 'class': 'grid', x1: tx, x2: tx, y1: TOP - 6, y2: h }, axis);
       el('text', { x: tx, y: TOP - 10, 'text-anchor': 'middle' }, axis).textContent = tick[1];
     });
-    shown.forEach(function (it, i) {
-      var y = TOP + i * ROW, cy = y + ROW / 2;
-      var g = el('g', { 'class': 'tl-row', 'data-row': it.row.id }, svg);
-      if (i % 2 === 0) el('rect', { 'class': 'band', x: 0, y: y, width: W, height: ROW }, g);
-      var label = el('text', { x: LABEL - 8, y: cy + 4, 'text-anchor': 'end' }, el('a', { href: '#' + it.row.id }, g));
-      label.textContent = (it.name.length > 30 ? it.name.slice(0, 29) + '\u2026' : it.name) + '-' + it.hash;
-      titled(label, it.name + '-' + it.hash);
-      var runs = it.last.concat(it.runs, it.older).map(ms);
-      if (runs.length > 1)
-        el('line', { 'class': 'span', x1: x(Math.min.apply(null, runs)), x2: x(Math.max.apply(null, runs)), y1: cy, y2: cy }, g);
-      it.mod.forEach(function (t) {
-        var v = ms(t), beyond = v < lo || v > hi, at = x(Math.min(Math.max(v, lo), hi)) - 1;
-        titled(el('rect', { 'class': beyond ? 'mod beyond' : 'mod', x: at, y: y + 3, width: 2, height: ROW - 6 }, g),
-          'Prefetch file modified ' + t + (beyond ? ', beyond the runs shown' : ''));
-      });
-      it.older.forEach(function (t) { titled(el('circle', { 'class': 'older', cx: x(ms(t)), cy: cy, r: 3.5 }, g), 'run, older version ' + t); });
-      it.runs.forEach(function (t) { titled(el('circle', { 'class': 'run', cx: x(ms(t)), cy: cy, r: 3.5 }, g), 'run ' + t); });
-      it.last.forEach(function (t) { titled(el('circle', { 'class': 'last', cx: x(ms(t)), cy: cy, r: 5 }, g), 'last run ' + t); });
-    });
+    drawn.forEach(drawRow);
   }
+  function redraw() { limit = PAGE; draw(); }
+
+  // Zoom: a drag across the axis or the strip makes its span the window.
+  function viewX(e) { var r = svg.getBoundingClientRect(); return (e.clientX - r.left) * W / r.width; }
+  var drag = null;
+  svg.addEventListener('pointerdown', function (e) {
+    var r = svg.getBoundingClientRect(), y = (e.clientY - r.top) * W / r.width, vx = viewX(e);
+    if (!timed || !zoomable || vx < LABEL || vx > W - RIGHT || y > TOP - 6) return;
+    e.preventDefault();
+    drag = { from: viewX(e), box: el('rect', { 'class': 'sel', x: viewX(e), y: 0, width: 0, height: svg.getAttribute('height') }, svg) };
+  });
+  document.addEventListener('pointermove', function (e) {
+    if (!drag) return;
+    var to = Math.min(Math.max(viewX(e), LABEL), W - RIGHT);
+    drag.box.setAttribute('x', Math.min(drag.from, to));
+    drag.box.setAttribute('width', Math.abs(to - drag.from));
+  });
+  document.addEventListener('pointerup', function (e) {
+    if (!drag) return;
+    var a = at(drag.from), b = at(viewX(e));
+    drag = null;
+    if (Math.abs(b - a) < (hi - lo) / 300) { draw(); return; }
+    lo = Math.min(a, b); hi = Math.max(a, b); zoomed = true;
+    redraw();
+  });
+  whole.addEventListener('click', function () { lo = span[0]; hi = span[1]; zoomed = false; redraw(); });
+  paging.lastChild.addEventListener('click', function () { limit += PAGE; draw(); });
 
   var pending = 0;
-  filter.addEventListener('input', function () { clearTimeout(pending); pending = setTimeout(draw, 150); });
+  filter.addEventListener('input', function () { clearTimeout(pending); pending = setTimeout(redraw, 150); });
 
-  // Sorting: a file's details row moves with it.
-  var heads = document.querySelectorAll('#files thead th');
+  // Sorting: a file's details row moves with it; the timeline follows the table's order.
+  function sort(col, dir) {
+    var number = heads[col].getAttribute('data-kind') === 'number';
+    Array.prototype.forEach.call(heads, function (other) { other.removeAttribute('aria-sort'); });
+    heads[col].setAttribute('aria-sort', dir > 0 ? 'ascending' : 'descending');
+    var keyed = items.map(function (it) {
+      var cell = it.row.cells[col], key = cell.getAttribute('data-sort');
+      if (key === null) key = cell.textContent;
+      return [number ? Number(key) : key.toLowerCase(), it];
+    });
+    keyed.sort(function (a, b) { return a[0] < b[0] ? -dir : a[0] > b[0] ? dir : 0; });
+    order = keyed.map(function (k) { body.appendChild(k[1].row); if (k[1].more) body.appendChild(k[1].more); return k[1]; });
+  }
   Array.prototype.forEach.call(heads, function (th, col) {
     th.querySelector('button').addEventListener('click', function () {
-      var dir = th.getAttribute('aria-sort') === 'ascending' ? -1 : 1, number = th.getAttribute('data-kind') === 'number';
-      Array.prototype.forEach.call(heads, function (other) { other.removeAttribute('aria-sort'); });
-      th.setAttribute('aria-sort', dir > 0 ? 'ascending' : 'descending');
-      var keyed = items.map(function (it) {
-        var cell = it.row.cells[col], key = cell.getAttribute('data-sort');
-        if (key === null) key = cell.textContent;
-        return [number ? Number(key) : key.toLowerCase(), it];
-      });
-      keyed.sort(function (a, b) { return a[0] < b[0] ? -dir : a[0] > b[0] ? dir : 0; });
-      keyed.forEach(function (k) { body.appendChild(k[1].row); if (k[1].more) body.appendChild(k[1].more); });
+      sort(col, th.getAttribute('aria-sort') === 'ascending' ? -1 : 1);
+      draw();
     });
   });
 
-  // A file's name opens and closes its details.
+  // A file's details come as data (its strings, or their numbers in the
+  // page's table, which each file's "new" strings extend in page order) and
+  // are built when its name first opens them.
+  var strings = [], read = 0;
+  function data(number) {
+    for (; read < number; read++) JSON.parse(document.getElementById('d' + (read + 1)).textContent)['new'].forEach(function (s) { strings.push(s); });
+    return JSON.parse(document.getElementById('d' + number).textContent);
+  }
+  function add(name, parent, attrs) {
+    var e = document.createElement(name);
+    Object.keys(attrs || {}).forEach(function (k) { e.setAttribute(k, attrs[k]); });
+    return parent.appendChild(e);
+  }
+  // A string as the page shows it: each visible escape stands between two U+0001 marks.
+  function text(parent, s) {
+    if (typeof s === 'number') s = strings[s];
+    if (s === '') { add('em', parent, { 'class': 'none' }).textContent = '(empty)'; return; }
+    s.split('\u0001').forEach(function (piece, i) {
+      if (i % 2) add('mark', parent, { 'class': 'esc' }).textContent = piece;
+      else if (piece) parent.appendChild(document.createTextNode(piece));
+    });
+  }
+  function time(parent, t) {
+    if (t) add('time', parent, { datetime: t, title: t }).textContent = t.slice(0, 19).replace('T', ' ');
+  }
+  function list(parent, summary, entries, each, open) {
+    var d = add('details', parent, open ? { open: '' } : {});
+    add('summary', d).textContent = entries.length + ' ' + summary;
+    var ol = add('ol', d, { 'class': 'list' });
+    entries.forEach(function (entry) { each(add('li', ol), entry); });
+  }
+  function build(it) {
+    var d = data(Number(it.number)), tr = document.createElement('tr'), td;
+    tr.className = 'more';
+    td = add('td', tr, { colspan: heads.length });
+    if (d.sha256) {
+      var p = add('p', td);
+      p.textContent = 'SHA-256 of the file as read: ';
+      add('span', p, { 'class': 'mono' }).textContent = d.sha256;
+    }
+    if (d.same) list(td, 'other places with the same bytes', d.same, function (li, s) { text(add('span', li, { 'class': 'path' }), s); }, true);
+    if (d.versions) list(td, 'versions, newest first', d.versions, function (li, v) {
+      text(add('span', li, { 'class': 'path' }), v[0]);
+      li.appendChild(document.createTextNode(', last run '));
+      time(li, v[1]);
+    }, true);
+    if (d.files) list(td, 'loaded files', d.files, function (li, f) {
+      text(li, typeof f === 'object' ? f[0] : f);
+      if (typeof f === 'object') add('span', li, { 'class': 'ref' }).textContent = ' MFT ' + f[1] + '-' + f[2];
+    }, true);
+    if (d.volumes) list(td, 'volumes', d.volumes, function (li, v) {
+      text(add('span', li, { 'class': 'path' }), v[0]);
+      li.appendChild(document.createTextNode(', serial ' + v[1] + ', created '));
+      time(li, v[2]);
+      list(li, 'directories', v[3], text, false);
+    }, true);
+    return tr;
+  }
   body.addEventListener('click', function (e) {
     var a = e.target.closest && e.target.closest('a.open');
-    var more = a && document.getElementById(a.getAttribute('href').slice(1));
-    if (more) { e.preventDefault(); more.classList.toggle('shown'); }
+    var it = a && items[Number(a.getAttribute('href').slice(2)) - 1];
+    if (!it) return;
+    e.preventDefault();
+    if (!it.more) { it.more = build(it); body.insertBefore(it.more, it.row.nextSibling); }
+    it.open = !it.open;
+    it.more.hidden = !it.open;
   });
 
   // The counts belong at the top, next to the run.
   var run = document.getElementById('run'), summary = document.getElementById('summary');
   run.parentNode.insertBefore(summary, run.nextSibling);
+  // Newest last run first, as the timeline reads.
+  var lastRun = Array.prototype.findIndex.call(heads, function (th) { return th.textContent.indexOf('Last run') === 0; });
+  sort(lastRun, -1);
   draw();
 })();
 )";
-char const html_script_sha256[] = "cV3BmTwGZd/X3TgYaHKII1jN+enNZfYmCcyyvvJwfaY=";
+char const html_script_sha256[] = "dbN5C5m+W/wstfAAuT0+PV3YtpgsyXZHt4V7klJeAss=";

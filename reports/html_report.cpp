@@ -25,12 +25,21 @@ bool shown_escaped(std::uint32_t c)
            (c >= 0x2066 && c <= 0x2069);
 }
 
-void append_escape(std::string& out, char const* format, std::uint32_t value, bool marked)
+// Walks `text` as the page shows it: each character that stands as itself to
+// `plain` (with its code point), each visible escape ("\xFF", "\u202E") to `escape`.
+template <typename plain_fn, typename escape_fn>
+void walk_shown(std::string_view text, plain_fn&& plain, escape_fn&& escape)
 {
-    char text[16];
-    std::snprintf(text, sizeof text, format, value);
-    if (marked) out.append("<mark class=\"esc\">").append(text).append("</mark>");
-    else out.append(text);
+    char code[16];
+    while (!text.empty()) {
+        std::uint32_t c = 0;
+        std::size_t const length = utf8_sequence(text, c);
+        if (length == 0) std::snprintf(code, sizeof code, "\\x%02X", static_cast<std::uint8_t>(text[0]));
+        else if (shown_escaped(c)) std::snprintf(code, sizeof code, "\\u%04X", c);
+        if (length == 0 || shown_escaped(c)) escape(std::string_view(code));
+        else plain(c, text.substr(0, length));
+        text.remove_prefix(length == 0 ? 1 : length);
+    }
 }
 
 std::string html_escaped(std::string_view text, bool marked)
@@ -38,19 +47,20 @@ std::string html_escaped(std::string_view text, bool marked)
     if (text.empty() && marked) return "<em class=\"none\">(empty)</em>";
     std::string out;
     out.reserve(text.size() + 16);
-    while (!text.empty()) {
-        std::uint32_t c = 0;
-        std::size_t const length = utf8_sequence(text, c);
-        if (length == 0) append_escape(out, "\\x%02X", static_cast<std::uint8_t>(text[0]), marked);
-        else if (shown_escaped(c)) append_escape(out, "\\u%04X", c, marked);
-        else if (c == '&') out += "&amp;";
-        else if (c == '<') out += "&lt;";
-        else if (c == '>') out += "&gt;";
-        else if (c == '"') out += "&quot;";
-        else if (c == '\'') out += "&#39;";
-        else out.append(text.substr(0, length));
-        text.remove_prefix(length == 0 ? 1 : length);
-    }
+    walk_shown(
+        text,
+        [&out](std::uint32_t c, std::string_view piece) {
+            if (c == '&') out += "&amp;";
+            else if (c == '<') out += "&lt;";
+            else if (c == '>') out += "&gt;";
+            else if (c == '"') out += "&quot;";
+            else if (c == '\'') out += "&#39;";
+            else out += piece;
+        },
+        [&out, marked](std::string_view escape) {
+            if (marked) out.append("<mark class=\"esc\">").append(escape).append("</mark>");
+            else out += escape;
+        });
     return out;
 }
 
@@ -98,7 +108,7 @@ void cell_time(std::ostream& out, std::uint64_t filetime)
 html_column const columns[] = {
     {"Executable", "text",
      [](std::ostream& out, html_row const& r) {
-         put(out, "<td><a class=\"open\" href=\"#d" + std::to_string(r.number) + "\">");
+         put(out, "<td><a class=\"open\" href=\"#f" + std::to_string(r.number) + "\">");
          put(out, html_text(r.file.entry.target_name));
          put(out, "</a>");
      }},
@@ -111,19 +121,20 @@ html_column const columns[] = {
          prefetch_entry const& e = r.file.entry;
          if (e.path_hash == path_hash_check::matched)
              put(out, "<td class=\"path\"><span class=\"ok\">matches</span> " + html_text(e.hash_path));
-         else put(out, e.path_hash == path_hash_check::not_matched ? "<td><span class=\"warn\">no path</span>" : "<td>");
+         else
+             put(out, e.path_hash == path_hash_check::not_matched ? "<td><span class=\"warn\">no path</span>" : "<td>");
      }},
     {"Findings", "text",
      [](std::ostream& out, html_row const& r) {
          put(out, "<td>");
-         for (finding const which : r.findings) put(out, std::string("<span class=\"warn\">") + finding_code(which) + "</span> ");
+         for (finding const which : r.findings)
+             put(out, std::string("<span class=\"warn\">") + finding_code(which) + "</span> ");
      }},
     {"Runs", "number",
      [](std::ostream& out, html_row const& r) {
          put(out, "<td class=\"num\">" + std::to_string(r.file.entry.run_count));
      }},
-    {"Last run (UTC)", "time",
-     [](std::ostream& out, html_row const& r) { cell_time(out, r.file.entry.last_run); }},
+    {"Last run (UTC)", "time", [](std::ostream& out, html_row const& r) { cell_time(out, r.file.entry.last_run); }},
     {"Previous runs", "time",
      [](std::ostream& out, html_row const& r) {
          std::string times;
@@ -144,13 +155,12 @@ html_column const columns[] = {
                       (container.empty() ? "" : "<br>in " + container));
      }},
     {"Prefetch file", "text",
-     [](std::ostream& out, html_row const& r) {
-         put(out, "<td class=\"path\">" + html_text(r.file.file_path));
-     }},
+     [](std::ostream& out, html_row const& r) { put(out, "<td class=\"path\">" + html_text(r.file.file_path)); }},
     {"File modified, accessed, changed", "time",
      [](std::ostream& out, html_row const& r) {
          cell_time(out, r.file.entry.input_modified);
-         put(out, "<br>" + time_element(r.file.entry.input_accessed) + "<br>" + time_element(r.file.entry.input_stats_changed));
+         put(out, "<br>" + time_element(r.file.entry.input_accessed) + "<br>" +
+                      time_element(r.file.entry.input_stats_changed));
      }},
 };
 
@@ -163,77 +173,120 @@ void put_timeline_data(std::ostream& out, prefetch_entry const& e)
                  iso_time(e.input_modified) + "\"");
 }
 
-// The NTFS file reference of a loaded file, when it has one.
-std::string reference_text(prefetch_entry const& e, std::uint64_t offset)
+// A string of the details as a JSON string for a data block: as the page
+// shows it, each visible escape between two U+0001 marks (a control, so never
+// plain text), and "<" written "\u003c" so that the block cannot end early.
+void put_json_shown(std::ostream& out, std::string_view text)
 {
-    auto const found = e.file_references.find(offset);
-    if (found == e.file_references.end()) return {};
-    return " <span class=\"ref\">MFT " + std::to_string(found->second.mft_entry) + "-" +
-           std::to_string(found->second.mft_sequence) + "</span>";
+    std::string json = "\"";
+    walk_shown(
+        text,
+        [&json](std::uint32_t c, std::string_view piece) {
+            if (c == '"' || c == '\\') json.append(1, '\\').append(piece);
+            else if (c == '<') json += "\\u003c";
+            else json += piece;
+        },
+        [&json](std::string_view escape) { json.append("\\u0001\\").append(escape).append("\\u0001"); });
+    put(out, json + "\"");
 }
 
-// Each string goes to the stream on its own: a hostile file's millions of
-// names never stand in memory as one text.
-void put_loaded_files(std::ostream& out, prefetch_entry const& e)
+// The strings of a file's details in the order the page's script reads them.
+template <typename each>
+void for_detail_strings(prefetch_entry const& e, each&& visit)
 {
-    put(out, "<details open><summary>" + std::to_string(e.file_strings.size()) +
-                 " loaded files</summary><ol class=\"list\">");
-    for (auto const& [offset, name] : e.file_strings)
-        put(out, "<li>" + html_text(name) + reference_text(e, offset) + "</li>");
-    put(out, "</ol></details>");
+    for (auto const& [offset, name] : e.file_strings) visit(name);
+    for (std::size_t i = 0; i < e.volume_paths.size(); ++i) {
+        visit(e.volume_paths[i]);
+        if (i < e.volume_dirs.size())
+            for (auto const& [offset, directory] : e.volume_dirs[i]) visit(directory);
+    }
 }
 
-void put_volumes(std::ostream& out, prefetch_entry const& e)
+// The other places of an image that hold the file's bytes, as a member of
+// the details; nothing when there are none.
+void put_json_list(std::ostream& out, std::string_view key, std::vector<std::string> const& names)
 {
-    put(out,
-        "<details open><summary>" + std::to_string(e.volume_paths.size()) + " volumes</summary><ol class=\"list\">");
+    if (names.empty()) return;
+    put(out, ",\"" + std::string(key) + "\":[");
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (i > 0) put(out, ",");
+        put_json_shown(out, names[i]);
+    }
+    put(out, "]");
+}
+
+// A string of the details: its number in the page's table, or the string.
+void put_detail_string(std::ostream& out, html_string_table const& table, std::string const& text)
+{
+    auto const found = table.numbers.find(text);
+    if (found != table.numbers.end()) put(out, std::to_string(found->second));
+    else put_json_shown(out, text);
+}
+
+// A file's details as data for the script, which builds them when the file
+// is opened: a browser then lays out ten thousand rows, not millions of
+// names. The strings this file adds to the page's table come first ("new");
+// each later place of a string in the table is its number. Each string goes
+// to the stream on its own: a hostile file's millions of names never stand
+// in memory as one text.
+void put_details_data(std::ostream& out, prefetch_entry const& e, std::uint64_t number, html_string_table& table)
+{
+    put(out, "<script type=\"application/json\" id=\"d" + std::to_string(number) + "\">{\"new\":[");
+    char const* comma = "";
+    for_detail_strings(e, [&](std::string const& text) {
+        if (!table.add(text)) return;
+        put(out, comma);
+        put_json_shown(out, text);
+        comma = ",";
+    });
+    put(out, "],\"sha256\":\"" + e.input_sha256 + "\"");
+    put_json_list(out, "same", e.same_bytes_at);
+    put(out, ",\"files\":[");
+    comma = "";
+    for (auto const& [offset, name] : e.file_strings) {
+        auto const reference = e.file_references.find(offset);
+        bool const referenced = reference != e.file_references.end();
+        put(out, comma + std::string(referenced ? "[" : ""));
+        put_detail_string(out, table, name);
+        if (referenced)
+            put(out, "," + std::to_string(reference->second.mft_entry) + "," +
+                         std::to_string(reference->second.mft_sequence) + "]");
+        comma = ",";
+    }
+    put(out, "],\"volumes\":[");
     for (std::size_t i = 0; i < e.volume_paths.size(); ++i) {
         std::uint64_t const created = i < e.volume_times.size() ? e.volume_times[i] : 0;
         std::uint32_t const serial = i < e.volume_serials.size() ? e.volume_serials[i] : 0;
-        std::size_t const count = i < e.volume_dirs.size() ? e.volume_dirs[i].size() : 0;
-        put(out, "<li><span class=\"path\">" + html_text(e.volume_paths[i]) + "</span>, serial " +
-                     volume_serial_text(serial) + ", created " + time_element(created) + "<details><summary>" +
-                     std::to_string(count) + " directories</summary><ol class=\"list\">");
+        put(out, i == 0 ? "[" : ",[");
+        put_detail_string(out, table, e.volume_paths[i]);
+        put(out, ",\"" + volume_serial_text(serial) + "\",\"" + iso_time(created) + "\",[");
+        comma = "";
         if (i < e.volume_dirs.size())
-            for (auto const& [offset, directory] : e.volume_dirs[i]) put(out, "<li>" + html_text(directory) + "</li>");
-        put(out, "</ol></details></li>");
+            for (auto const& [offset, directory] : e.volume_dirs[i]) {
+                put(out, comma);
+                put_detail_string(out, table, directory);
+                comma = ",";
+            }
+        put(out, "]]");
     }
-    put(out, "</ol></details>");
+    put(out, "]}</script>\n");
 }
 
-// The other places of an image that hold the file's bytes.
-void put_same_bytes(std::ostream& out, prefetch_entry const& e)
+void put_file_rows(std::ostream& out, html_row const& row, html_string_table& table)
 {
-    if (e.same_bytes_at.empty()) return;
-    put(out, "<p>The same bytes also at:</p><ol class=\"list\">");
-    for (std::string const& name : e.same_bytes_at) put(out, "<li class=\"path\">" + html_text(name) + "</li>");
-    put(out, "</ol>");
-}
-
-void put_file_rows(std::ostream& out, html_row const& row)
-{
-    report_subject const& file = row.file;
-    std::string const id = std::to_string(row.number);
-    put(out, "<tr class=\"file\" id=\"f" + id + "\"");
-    put_timeline_data(out, file.entry);
+    put(out, "<tr class=\"file\" id=\"f" + std::to_string(row.number) + "\"");
+    put_timeline_data(out, row.file.entry);
     put(out, ">");
     for (html_column const& column : columns) {
         column.cell(out, row);
         put(out, "</td>");
     }
-    put(out,
-        "</tr>\n<tr class=\"more\" id=\"d" + id + "\"><td colspan=\"" + std::to_string(std::size(columns)) + "\">");
-    if (!file.entry.input_sha256.empty())
-        put(out, "<p>SHA-256 of the file as read: <span class=\"mono\">" + file.entry.input_sha256 + "</span></p>");
-    put_same_bytes(out, file.entry);
-    put_loaded_files(out, file.entry);
-    put_volumes(out, file.entry);
-    put(out, "</td></tr>\n");
+    put(out, "</tr>\n");
+    put_details_data(out, row.file.entry, row.number, table);
 }
 
 // ISO texts, blank-separated, latest first.
-template <typename range>
-std::string iso_list(range const& times)
+std::string iso_list(std::set<std::uint64_t> const& times)
 {
     std::string text;
     for (auto t = times.rbegin(); t != times.rend(); ++t)
@@ -242,7 +295,7 @@ std::string iso_list(range const& times)
 }
 
 // A history row fills the columns that have a meaning for a program across
-// its versions, by heading; the others stay empty.
+// its versions, found by heading; the others stay empty.
 struct history_cell {
     char const* heading;
     std::string (*cell)(program_history const& program, std::string const& id);
@@ -251,7 +304,7 @@ struct history_cell {
 history_cell const history_cells[] = {
     {"Executable",
      [](program_history const& p, std::string const& id) {
-         return "<td><a class=\"open\" href=\"#d" + id + "\">" + html_text(p.executable) + "</a> (history)";
+         return "<td><a class=\"open\" href=\"#f" + id + "\">" + html_text(p.executable) + "</a> (history)";
      }},
     {"Hash",
      [](program_history const& p, std::string const&) { return "<td class=\"mono\">" + hash_text(p.prefetch_hash); }},
@@ -264,8 +317,8 @@ history_cell const history_cells[] = {
      }},
     {"Executable path",
      [](program_history const& p, std::string const&) { return "<td class=\"path\">" + html_text(p.executable_path); }},
-    {"Format", [](program_history const& p,
-                  std::string const&) { return "<td>History of " + std::to_string(p.versions.size()) + " versions"; }},
+    {"Prefetch file", [](program_history const& p,
+                         std::string const&) { return "<td>" + std::to_string(p.versions.size()) + " versions"; }},
 };
 
 void put_fact(std::ostream& out, std::string_view label, std::string const& value_html)
@@ -276,6 +329,16 @@ void put_fact(std::ostream& out, std::string_view label, std::string const& valu
 }
 
 } // namespace
+
+bool html_string_table::add(std::string const& text)
+{
+    if (numbers.size() >= html_strings_kept || text.size() > html_string_length_kept ||
+        bytes + text.size() > html_string_bytes_kept || numbers.count(text) != 0)
+        return false;
+    numbers.emplace(text, static_cast<std::uint32_t>(numbers.size()));
+    bytes += text.size();
+    return true;
+}
 
 std::string html_text(std::string_view text) { return html_escaped(text, /*marked=*/true); }
 std::string html_attribute(std::string_view text) { return html_escaped(text, /*marked=*/false); }
@@ -289,7 +352,10 @@ void write_html_head(std::ostream& out, run_facts const& facts, html_tags const&
              "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; img-src data:; "
              "style-src 'unsafe-inline'; script-src 'sha256-" +
                  std::string(html_script_sha256) +
-                 "'\">\n<link rel=\"icon\" href=\"data:,\">\n<title>kito Prefetch report, " +
+                 "'\">\n<link rel=\"icon\" href=\"data:,\">\n"
+                 // Rows stand hidden until the script shows a page of them: a browser that laid out ten
+                 // thousand rows as they arrive would take many seconds. Without script, all show.
+                 "<noscript><style>tr.file{display:table-row}</style></noscript>\n<title>kito Prefetch report, " +
                  html_attribute(facts.host) + "</title>\n<style>");
     put(out, html_style);
     put(out, "</style>\n</head>\n<body>\n<header><h1>Prefetch report</h1></header>\n"
@@ -318,7 +384,7 @@ bool write_html_report(std::ostream& out, report_subject const& file, report_set
 {
     if (decoded) {
         std::vector<finding> const found = find_inconsistencies(file.entry, settings.run_started);
-        put_file_rows(out, {file, ++state.rows, found});
+        put_file_rows(out, {file, ++state.rows, found}, state.strings);
         count_checks(tally, file.entry, found);
         return true;
     }
@@ -332,8 +398,8 @@ void write_html_history(std::ostream& out, program_history const& program, html_
 {
     if (program.versions.empty()) return;
     std::string const id = std::to_string(++state.rows);
-    // The timeline draws the newest version's runs as a file's, and the runs
-    // that only older versions keep apart.
+    // The newest version's runs are drawn as a file's are; the runs that only
+    // older versions keep are drawn apart.
     program_version const& newest = program.versions.front();
     std::set<std::uint64_t> earlier = newest.runs, older;
     earlier.erase(newest.last_run);
@@ -347,19 +413,22 @@ void write_html_history(std::ostream& out, program_history const& program, html_
                          [&column](history_cell const& c) { return std::string_view(c.heading) == column.heading; });
         put(out, (found == std::end(history_cells) ? std::string("<td>") : found->cell(program, id)) + "</td>");
     }
-    put(out, "</tr>\n<tr class=\"more\" id=\"d" + id + "\"><td colspan=\"" + std::to_string(std::size(columns)) +
-                 "\"><p>Versions, newest first:</p><ol class=\"list\">");
-    for (program_version const& version : program.versions)
-        put(out, "<li><span class=\"path\">" + html_text(version.display_name) + "</span>, last run " +
-                     time_element(version.last_run) + ", " + std::to_string(version.runs.size()) + " runs</li>");
-    put(out, "</ol></td></tr>\n");
+    // The details: each version's name and last run, newest first.
+    put(out, "</tr>\n<script type=\"application/json\" id=\"d" + id + "\">{\"new\":[],\"versions\":[");
+    for (std::size_t i = 0; i < program.versions.size(); ++i) {
+        put(out, i == 0 ? "[" : ",[");
+        put_json_shown(out, program.versions[i].display_name);
+        put(out, ",\"" + iso_time(program.versions[i].last_run) + "\"]");
+    }
+    put(out, "]}</script>\n");
 }
 
 void write_html_end(std::ostream& out, html_page_state const& state, std::vector<html_count> const& counts)
 {
     if (state.rows == 0)
         put(out, "<tr><td colspan=\"" + std::to_string(std::size(columns)) + "\">No file was decoded.</td></tr>\n");
-    put(out, "</tbody>\n</table>\n</section>\n<section id=\"failed\"><h2>Files that failed</h2>\n");
+    put(out, "</tbody>\n</table>\n<p id=\"paging\" hidden><span></span><button type=\"button\">Show more</button></p>\n"
+             "</section>\n<section id=\"failed\"><h2>Files that failed</h2>\n");
     if (state.failed.empty()) put(out, "<p>None.</p>\n");
     else {
         put(out, "<ol class=\"list\">\n");

@@ -5,13 +5,15 @@
 // drawing are inline; the page loads nothing and runs no script but its own.
 //
 // The page is written as the files come, in one pass: the head and the run
-// first, then one table row with its details per file, then the end. Nothing
-// of a decoded file is kept after its row; the script lays out the timeline
-// in the browser from the times each row carries.
+// first, then one table row per file with its details as data, then the end.
+// Of a decoded file only the strings of the page's table (below) are kept
+// after its row; the script lays out the timeline from the times each row
+// carries and builds a file's details when they are opened.
 #include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -29,9 +31,27 @@ struct html_failed_file {
     std::string reason;
 };
 
+// The strings of the details that recur from file to file (the same
+// libraries and folders in every program's list) are written once and then
+// named by their number in the page's table. The table is bounded: at most
+// html_strings_kept strings of at most html_string_length_kept bytes each,
+// html_string_bytes_kept bytes in all; past that a string is written in full
+// wherever it stands.
+inline constexpr std::size_t html_strings_kept = 1 << 16;
+inline constexpr std::size_t html_string_length_kept = 1024;
+inline constexpr std::size_t html_string_bytes_kept = 8 << 20;
+
+struct html_string_table {
+    std::unordered_map<std::string, std::uint32_t> numbers;
+    std::size_t bytes = 0;
+    // Takes `text` in with the next number, if it is new and fits the bounds.
+    bool add(std::string const& text);
+};
+
 // What the page carries from one file to the next.
 struct html_page_state {
     std::uint64_t rows = 0; // numbers each row's element ids
+    html_string_table strings;
     std::vector<html_failed_file> failed;
     std::uint64_t failed_unlisted = 0;
 };

@@ -4,9 +4,11 @@
 // the sleuthkit tools say and what the shadow-copy volume's manifest says each state holds.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 
 #include "support/run_process.h"
@@ -19,19 +21,19 @@ using strings = std::vector<std::string>;
 
 std::string const images = env_or_empty("KITO_IMAGES");
 
-// The records of a -json run of the kinds named, in their order.
-std::vector<json> records_of(std::string const& out, std::string const& kind, std::string const& or_kind = "")
+// The records of a -json run of the kinds given, in their order.
+std::vector<json> records_of(std::string const& out, strings const& kinds = {"prefetch", "error"})
 {
     std::vector<json> found;
     std::istringstream lines(out);
     for (std::string line; std::getline(lines, line);) {
         json record = json::parse(line, nullptr, false);
         EXPECT_FALSE(record.is_discarded()) << line;
-        if (record.value("record", "") == kind || record.value("record", "") == or_kind) found.push_back(record);
+        if (std::find(kinds.begin(), kinds.end(), record.value("record", "")) != kinds.end()) found.push_back(record);
     }
     return found;
 }
-std::vector<json> file_records(std::string const& out) { return records_of(out, "prefetch", "error"); }
+std::vector<json> file_records(std::string const& out) { return records_of(out); }
 
 // Whether the kito under test knows an option: its name stands in the program as a string of its own.
 bool binary_knows(std::string const& option)
@@ -65,12 +67,6 @@ std::vector<json> places(json const& manifest, json const& run, std::string cons
     return out;
 }
 
-// "2021-03-01 05:06:07.123456700 (UTC)", as istat writes a time, in the form of -json.
-std::string json_form(std::string const& istat_time)
-{
-    return istat_time.size() < 27 ? istat_time : istat_time.substr(0, 10) + "T" + istat_time.substr(11, 16) + "Z";
-}
-
 // The value behind `label` and a tab in istat's $STANDARD_INFORMATION block.
 std::string istat_value(std::string const& istat, std::string const& label)
 {
@@ -85,6 +81,22 @@ std::string filled(std::string text)
 {
     for (std::size_t at; (at = text.find("{images}")) != std::string::npos;) text.replace(at, 8, images);
     return text;
+}
+
+// Whether some record holds every member of `wanted` ({images} filled in).
+bool some_record_has(std::vector<json> const& records, json const& wanted)
+{
+    json const filled_in = json::parse(filled(wanted.dump()));
+    return std::any_of(records.begin(), records.end(), [&](json const& record) {
+        return std::all_of(filled_in.items().begin(), filled_in.items().end(),
+                           [&](auto const& member) { return record.value(member.key(), json()) == member.value(); });
+    });
+}
+
+// "2021-03-01 05:06:07.123456700 (UTC)", as istat writes a time, in the form of -json.
+std::string json_form(std::string const& istat_time)
+{
+    return istat_time.size() < 27 ? istat_time : istat_time.substr(0, 10) + "T" + istat_time.substr(11, 16) + "Z";
 }
 
 class image_cli_test : public ::testing::Test {
@@ -109,6 +121,10 @@ TEST_F(image_cli_test, listings_forms_and_bad_images)
         for (std::string const part : row.value("stderr_has", json::array())) EXPECT_NE(p.err.find(filled(part)), std::string::npos) << p.err;
         json const counts = row.value("stdout_counts", json::object());
         for (auto const& [part, count] : counts.items()) EXPECT_EQ(count_of(p.out, part), count) << part;
+        if (row.contains("records_have")) {
+            std::vector<json> const all = records_of(p.out, {"prefetch", "error", "history", "summary"});
+            for (json const& wanted : row["records_have"]) EXPECT_TRUE(some_record_has(all, wanted)) << wanted;
+        }
         if (!row.contains("paths")) continue;
         strings seen, expected;
         for (json const& record : file_records(p.out))
@@ -146,6 +162,23 @@ TEST_F(image_cli_test, reports_match_the_files_on_disk_with_ntfs_times_and_place
         for (std::string const key : data.at("image_only")) record.erase(key), own[0].erase(key);
         EXPECT_EQ(record, own[0]);
     }
+}
+
+// A program's history holds every run that any of its versions keeps, each once: the union of the
+// runs of the two files as read from disk.
+TEST_F(image_cli_test, history_runs_are_the_union_of_the_versions_runs)
+{
+    std::set<std::uint64_t> runs;
+    for (std::string const& file : {env_or_empty("KITO_SAMPLES") + "/CALC.EXE-77FDF17F.pf", images + "/CALC-older.pf"})
+        for (json const& record : file_records(run_kito({file, "-json"}).out)) {
+            runs.insert(record["last_run_filetime"].get<std::uint64_t>());
+            for (std::uint64_t const run : record["previous_runs_filetime"]) runs.insert(run);
+        }
+    std::vector<json> const history = records_of(run_kito({"-image", images + "/versions.raw", "-json"}).out, {"history"});
+    ASSERT_EQ(history.size(), 1u);
+    EXPECT_EQ(history[0]["runs_filetime"], json(std::vector<std::uint64_t>(runs.rbegin(), runs.rend())));
+    EXPECT_EQ(history[0]["runs"].size(), runs.size());
+    EXPECT_EQ(runs.size(), 8u) << "six runs in one file, seven in the other, five of them shared";
 }
 
 TEST_F(image_cli_test, shadow_copies_and_deleted_entries_give_each_content_once_with_its_history)
@@ -202,7 +235,7 @@ TEST_F(image_cli_test, shadow_copies_and_deleted_entries_give_each_content_once_
         EXPECT_EQ(seen, expected);
         // One history per program found in two or more versions: every run of every version, newest first.
         std::erase_if(programs, [](auto const& program) { return program.second["versions"].size() < 2; });
-        for (json const& history : records_of(p.out, "history")) {
+        for (json const& history : records_of(p.out, {"history"})) {
             json const& program = programs[history["executable"]];
             strings newest_first;
             for (json const& name : program["versions"]) newest_first.insert(newest_first.begin(), name);
@@ -211,8 +244,8 @@ TEST_F(image_cli_test, shadow_copies_and_deleted_entries_give_each_content_once_
             for (json const& time : program["runs"]) runs.insert(runs.begin(), time.get<std::uint64_t>());
             EXPECT_EQ(history["runs_filetime"], runs);
         }
-        EXPECT_EQ(records_of(p.out, "history").size(), programs.size());
-        EXPECT_EQ(records_of(p.out, "summary").at(0)["duplicates"], duplicates);
+        EXPECT_EQ(records_of(p.out, {"history"}).size(), programs.size());
+        EXPECT_EQ(records_of(p.out, {"summary"}).at(0)["duplicates"], duplicates);
     }
 }
 
