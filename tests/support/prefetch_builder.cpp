@@ -111,13 +111,8 @@ namespace {
 
 constexpr std::uint64_t hour = 36000000000ULL;
 
-struct sample_row {
-    char const* name;
-    std::uint32_t version, metrics_offset;
-    std::u16string exe, volume;
-    std::uint64_t last_run;
-    int versions; // how many versions of the program program_versions() writes
-};
+// `versions`: how many versions of the program program_versions() writes.
+struct sample_row { char const* name; std::uint32_t version, metrics_offset; std::u16string exe, volume; std::uint64_t last_run; int versions; };
 
 std::vector<sample_row> sample_rows()
 {
