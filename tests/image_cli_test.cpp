@@ -1,10 +1,12 @@
 // -image as an examiner runs it, over the images of tests/make_images.sh (a bare NTFS volume, MBR and
-// GPT disks, the MBR disk as E01 segments, VMDK, VHD and split raw, damaged ones), as the runs of
-// tests/data/image_cli.json, against the files read from disk and what the sleuthkit tools say.
+// GPT disks, the MBR disk as E01 segments, VMDK, VHD and split raw, damaged ones, a volume with
+// shadow copies), as the runs of tests/data/image_cli.json, against the files read from disk, what
+// the sleuthkit tools say and what the shadow-copy volume's manifest says each state holds.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -32,6 +34,38 @@ std::vector<json> records_of(std::string const& out, strings const& kinds = {"pr
     return found;
 }
 std::vector<json> file_records(std::string const& out) { return records_of(out); }
+
+// Whether the kito under test knows an option: its name stands in the program as a string of its own.
+bool binary_knows(std::string const& option)
+{
+    return read_file(env_or_empty("KITO_BINARY")).find(option + '\0') != std::string::npos;
+}
+
+// The Prefetch files of the shadow-copy volume's manifest in the order kito reports them: the live
+// volume, then the stores read, newest first; allocated before deleted. Each with its display name
+// and its store (0: the live volume).
+std::vector<json> places(json const& manifest, json const& run, std::string const& prefix)
+{
+    std::vector<json> out;
+    json const& states = manifest.at("states");
+    for (std::size_t state = states.size(); state-- > 0;) {
+        bool const live = state + 1 == states.size();
+        json const& stores = run.at("stores");
+        if (!live && std::find(stores.begin(), stores.end(), state + 1) == stores.end()) continue;
+        for (std::string const source : {"allocated", "deleted"}) {
+            if (source == "deleted" && !run.at("deleted")) continue;
+            for (json file : states[state].at("files")) {
+                std::string const name = file.at("name");
+                if (file.at("source") != source || !name.ends_with(".pf")) continue;
+                file["store"] = live ? 0 : state + 1;
+                file["display"] = prefix + (live ? "" : "vss" + std::to_string(state + 1) + ":") +
+                                  (source == "deleted" ? "deleted:" : "") + "/Windows/Prefetch/" + name;
+                out.push_back(file);
+            }
+        }
+    }
+    return out;
+}
 
 // The value behind `label` and a tab in istat's $STANDARD_INFORMATION block.
 std::string istat_value(std::string const& istat, std::string const& label)
@@ -147,6 +181,74 @@ TEST_F(image_cli_test, history_runs_are_the_union_of_the_versions_runs)
     EXPECT_EQ(history[0]["runs_filetime"], json(std::vector<std::uint64_t>(runs.rbegin(), runs.rend())));
     EXPECT_EQ(history[0]["runs"].size(), runs.size());
     EXPECT_EQ(runs.size(), 8u) << "six runs in one file, seven in the other, five of them shared";
+}
+
+TEST_F(image_cli_test, shadow_copies_and_deleted_entries_give_each_content_once_with_its_history)
+{
+    if (!binary_knows("-vss") || !binary_knows("-deleted")) GTEST_SKIP() << "this kito has no -vss or -deleted";
+    json const manifest = json::parse(read_file(images + "/vss-manifest.json"));
+    json const& table = data.at("shadow_copies");
+    std::string const versions = env_or_empty("KITO_SAMPLES") + "/../sample-versions/";
+    std::map<std::string, json> own_reports; // by version
+    for (json const& run : table.at("runs")) {
+        SCOPED_TRACE(run.dump());
+        std::string const image = images + "/" + run.at("image").get<std::string>();
+        strings args = {"-image", image, "-json"};
+        for (std::string const arg : run.at("args")) args.push_back(arg);
+        process_result const p = run_kito(args);
+        EXPECT_EQ(p.status, 0) << p.err;
+        for (std::string const part : run.at("stderr_has")) EXPECT_NE(p.err.find(part), std::string::npos) << p.err;
+        // Each content once, at its first place, with the other places; contents no version has are
+        // the reused clusters of a deleted entry, which do not decode.
+        std::map<std::string, json> first; // by SHA-256
+        strings expected, seen;
+        std::uint64_t duplicates = 0;
+        for (json place : places(manifest, run, image + "@" + std::to_string(run.at("sector").get<int>()) + ":")) {
+            std::string const display = place["display"];
+            if (place["version"].is_null()) expected.push_back("!" + display);
+            else if (first.contains(place["sha256"])) first[place["sha256"]]["same_bytes_at"].push_back(display), ++duplicates;
+            else place["same_bytes_at"] = json::array(), first[place["sha256"]] = place, expected.push_back(display);
+        }
+        // By executable: the versions found and all their runs, keyed by FILETIME (of this era all of 18
+        // digits, so that the keys sort as the times do).
+        std::map<std::string, json> programs;
+        for (json record : file_records(p.out)) {
+            seen.push_back((record["record"] == "error" ? "!" : "") + record["path"].get<std::string>());
+            if (record["record"] == "error" || !first.contains(record["sha256"])) continue;
+            json const& place = first[record["sha256"]];
+            EXPECT_EQ(record["path"], place["display"]);
+            EXPECT_EQ(record["same_bytes_at"], place["same_bytes_at"]) << record["path"];
+            EXPECT_EQ(record["image"]["source"], place["source"]) << record["path"];
+            json shadow_copy;
+            if (int const store = place["store"]; store > 0)
+                shadow_copy = manifest["stores"][store - 1], shadow_copy.erase("saved_blocks"),
+                shadow_copy["created"] = table.at("created")[store - 1];
+            EXPECT_EQ(record["image"]["shadow_copy"], shadow_copy) << record["path"];
+            json& program = programs[record["executable"]];
+            program["versions"][std::to_string(place["runs"][0].get<std::uint64_t>())] = place["display"];
+            for (json const& time : place["runs"]) program["runs"][std::to_string(time.get<std::uint64_t>())] = time;
+            // The rest of the report is that of the same version read from disk.
+            std::string const version = place["version"];
+            if (!own_reports.contains(version)) own_reports[version] = file_records(run_kito({versions + version, "-json"}).out).at(0);
+            json own = own_reports[version];
+            for (std::string const key : table.at("not_compared")) record.erase(key), own.erase(key);
+            EXPECT_EQ(record, own);
+        }
+        EXPECT_EQ(seen, expected);
+        // One history per program found in two or more versions: every run of every version, newest first.
+        std::erase_if(programs, [](auto const& program) { return program.second["versions"].size() < 2; });
+        for (json const& history : records_of(p.out, {"history"})) {
+            json const& program = programs[history["executable"]];
+            strings newest_first;
+            for (json const& name : program["versions"]) newest_first.insert(newest_first.begin(), name);
+            EXPECT_EQ(history["versions"], newest_first);
+            std::vector<std::uint64_t> runs;
+            for (json const& time : program["runs"]) runs.insert(runs.begin(), time.get<std::uint64_t>());
+            EXPECT_EQ(history["runs_filetime"], runs);
+        }
+        EXPECT_EQ(records_of(p.out, {"history"}).size(), programs.size());
+        EXPECT_EQ(records_of(p.out, {"summary"}).at(0)["duplicates"], duplicates);
+    }
 }
 
 TEST_F(image_cli_test, decompress_to_unpacks_the_containers_of_an_image)

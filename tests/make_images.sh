@@ -2,12 +2,14 @@
 # Builds the disk images the image tests read: NTFS volumes made with mkntfs,
 # filled through an ntfs-3g mount with known NTFS times, then laid out as a
 # bare volume, as an MBR disk, as that disk in E01 segments, VMDK, VHD and
-# split raw, plus damaged ones. Usage: make_images.sh OUT_DIR SAMPLES_DIR
+# split raw, plus damaged ones; and with make_vss_images.sh one with shadow copies.
+# Usage: make_images.sh OUT_DIR SAMPLES_DIR VERSIONS_DIR
 # Without root, FUSE or one of the tools it writes OUT_DIR/SKIP with the reason
 # and ends well, so that the tests can skip and say why.
 set -euo pipefail
 out=$1
 samples=$2
+versions=$3
 rm -rf "$out"
 mkdir -p "$out"
 
@@ -17,7 +19,7 @@ skip() {
 }
 [ "$(id -u)" = 0 ] || skip "not root: an ntfs-3g mount needs it"
 [ -e /dev/fuse ] || skip "no /dev/fuse"
-for tool in mkntfs ntfs-3g setfattr sfdisk ewfacquire qemu-img istat fls ifind; do
+for tool in mkntfs ntfs-3g setfattr sfdisk ewfacquire qemu-img istat fls ifind icat fsstat python3; do
     command -v "$tool" > /dev/null || skip "$tool is not installed"
 done
 
@@ -140,4 +142,5 @@ prefetch=$(fls "$out/volume.raw" "$prefetch" | awk '/\tPrefetch$/ {print $2}' | 
 entry=$(fls "$out/volume.raw" "$prefetch" | awk '/\tCMD.EXE/ {print $2}' | cut -d- -f1)
 mft_cluster=$(istat "$out/volume.raw" 0 | awk '/^Type: \$DATA/ {getline; print $1; exit}')
 printf 'XX' | dd of="$out/damaged-entry.raw" bs=1 seek=$((mft_cluster * 4096 + entry * 1024 + 510)) conv=notrunc status=none
+bash "$(dirname "$0")/make_vss_images.sh" "$out" "$versions"
 echo "images made"

@@ -107,33 +107,58 @@ pf_fields typical_prefetch(std::uint32_t version)
     return f;
 }
 
+namespace {
+
+constexpr std::uint64_t hour = 36000000000ULL;
+
+// `versions`: how many versions of the program program_versions() writes.
+struct sample_row { char const* name; std::uint32_t version, metrics_offset; std::u16string exe, volume; std::uint64_t last_run; int versions; };
+
+std::vector<sample_row> sample_rows()
+{
+    std::u16string const hdd2 = u"\\DEVICE\\HARDDISKVOLUME2", guid = u"\\VOLUME{01d2a6f36f1b3b2c-a8c4b5f2}";
+    return {
+        {"NOTEPAD.EXE-336351A9.pf", 17, 152, u"NOTEPAD.EXE", u"\\DEVICE\\HARDDISKVOLUME1", 128500000000000000ULL, 1},
+        {"CMD.EXE-4A81B364.pf", 23, 240, u"CMD.EXE", hdd2, 129900000000000000ULL, 1},
+        {"CALC.EXE-77FDF17F.pf", 26, 304, u"CALC.EXE", hdd2, 130300000000000000ULL, 2},
+        {"MSPAINT.EXE-8F2A1C3D.pf", 30, 304, u"MSPAINT.EXE", guid, 131300000000000000ULL, 3},
+        {"WORDPAD.EXE-2B4E7D19.pf", 30, 296, u"WORDPAD.EXE", guid, 131900000000000000ULL, 1},
+        {"SNIPPINGTOOL.EXE-4E1A2B3C.pf", 31, 296, u"SNIPPINGTOOL.EXE", guid, 133400000000000000ULL, 1},
+    };
+}
+
+// The fields of a sample whose runs lie `later` runs of 26 hours after the sample's own.
+pf_fields sample_fields(sample_row const& s, std::uint32_t later)
+{
+    pf_fields f;
+    f.version = s.version, f.metrics_offset = s.metrics_offset, f.exe_name = s.exe, f.run_count = 23 + later;
+    f.last_run = s.last_run + later * 26 * hour;
+    for (std::size_t i = 0; i < 6; ++i) f.run_slots[i] = f.last_run - i * 26 * hour;
+    if (s.version == 30 && s.metrics_offset == 296) f.run_slots[5] = 500000000000000000ULL; // past the year 3000
+    if (s.version == 31) f.file_references = {0x0001000000006436ULL, 0, 0xfffeffffffffffffULL};
+    std::u16string const users = s.volume + u"\\USERS", windows = s.volume + u"\\WINDOWS", system32 = windows + u"\\SYSTEM32";
+    f.file_strings = {system32 + u"\\NTDLL.DLL", system32 + u"\\KERNEL32.DLL", system32 + u"\\KERNELBASE.DLL",
+                      system32 + u"\\" + s.exe, system32 + u"\\LOCALE.NLS", system32 + u"\\EN-US\\" + s.exe + u".MUI",
+                      users + u"\\ANALYST\\DESKTOP\\CASE NOTES.TXT"};
+    f.volumes = {{s.volume, s.last_run - 9000 * hour, 0x5a3c90e1, std::vector<std::uint8_t>(48, 0),
+                  {users, users + u"\\ANALYST", users + u"\\ANALYST\\DESKTOP", windows, system32, system32 + u"\\EN-US"}}};
+    return f;
+}
+
+std::vector<std::uint8_t> as_written(pf_fields const& f, pf_image const& image)
+{
+    return f.version >= 30 ? encode_mam(image.bytes) : image.bytes;
+}
+
+} // namespace
+
 std::vector<pf_sample> sample_files(bool seeds)
 {
-    constexpr std::uint64_t hour = 36000000000ULL;
-    std::u16string const hdd2 = u"\\DEVICE\\HARDDISKVOLUME2", guid = u"\\VOLUME{01d2a6f36f1b3b2c-a8c4b5f2}";
-    struct { char const* name; std::uint32_t version, metrics_offset; std::u16string exe, volume; std::uint64_t last_run; } const rows[] = {
-        {"NOTEPAD.EXE-336351A9.pf", 17, 152, u"NOTEPAD.EXE", u"\\DEVICE\\HARDDISKVOLUME1", 128500000000000000ULL},
-        {"CMD.EXE-4A81B364.pf", 23, 240, u"CMD.EXE", hdd2, 129900000000000000ULL},
-        {"CALC.EXE-77FDF17F.pf", 26, 304, u"CALC.EXE", hdd2, 130300000000000000ULL},
-        {"MSPAINT.EXE-8F2A1C3D.pf", 30, 304, u"MSPAINT.EXE", guid, 131300000000000000ULL},
-        {"WORDPAD.EXE-2B4E7D19.pf", 30, 296, u"WORDPAD.EXE", guid, 131900000000000000ULL},
-        {"SNIPPINGTOOL.EXE-4E1A2B3C.pf", 31, 296, u"SNIPPINGTOOL.EXE", guid, 133400000000000000ULL},
-    };
     std::vector<pf_sample> out;
-    for (auto const& s : rows) {
-        pf_fields f;
-        f.version = s.version, f.metrics_offset = s.metrics_offset, f.exe_name = s.exe, f.run_count = 23, f.last_run = s.last_run;
-        for (std::size_t i = 0; i < 6; ++i) f.run_slots[i] = s.last_run - i * 26 * hour;
-        if (s.version == 30 && s.metrics_offset == 296) f.run_slots[5] = 500000000000000000ULL; // past the year 3000
-        if (s.version == 31) f.file_references = {0x0001000000006436ULL, 0, 0xfffeffffffffffffULL};
-        std::u16string const users = s.volume + u"\\USERS", windows = s.volume + u"\\WINDOWS", system32 = windows + u"\\SYSTEM32";
-        f.file_strings = {system32 + u"\\NTDLL.DLL", system32 + u"\\KERNEL32.DLL", system32 + u"\\KERNELBASE.DLL",
-                          system32 + u"\\" + s.exe, system32 + u"\\LOCALE.NLS", system32 + u"\\EN-US\\" + s.exe + u".MUI",
-                          users + u"\\ANALYST\\DESKTOP\\CASE NOTES.TXT"};
-        f.volumes = {{s.volume, s.last_run - 9000 * hour, 0x5a3c90e1, std::vector<std::uint8_t>(48, 0),
-                      {users, users + u"\\ANALYST", users + u"\\ANALYST\\DESKTOP", windows, system32, system32 + u"\\EN-US"}}};
+    for (sample_row const& s : sample_rows()) {
+        pf_fields const f = sample_fields(s, 0);
         pf_image image = build_prefetch(f);
-        out.push_back({s.name, s.version >= 30 ? encode_mam(image.bytes) : image.bytes});
+        out.push_back({s.name, as_written(f, image)});
         if (!seeds) continue;
         std::string const seed = std::string("seed-") + s.name;
         out.push_back({seed + ".cut", std::vector<std::uint8_t>(image.bytes.begin(), image.bytes.end() - 37)});
@@ -142,6 +167,23 @@ std::vector<pf_sample> sample_files(bool seeds)
         counts.put_u32(88, 0), counts.put_u32(image.volumes_offset + 32, 0xffff);
         out.push_back({seed + ".unknown", unknown.bytes});
         out.push_back({seed + ".counts", counts.bytes});
+    }
+    return out;
+}
+
+std::vector<pf_version> program_versions()
+{
+    std::vector<pf_version> out;
+    for (sample_row const& s : sample_rows()) {
+        for (int k = 1; k <= s.versions; ++k) {
+            // Each version three runs on from the one before: they share the other three.
+            pf_fields const f = sample_fields(s, 3 * (k - 1));
+            pf_version version{{std::string(s.name) + "." + std::to_string(k), as_written(f, build_prefetch(f))}, {}};
+            for (std::uint64_t const run : f.run_slots)
+                if (run != 0) version.runs.push_back(run);
+            if (f.version < 26) version.runs = {f.last_run};
+            out.push_back(version);
+        }
     }
     return out;
 }

@@ -54,3 +54,10 @@ struct pf_sample {
     std::vector<std::uint8_t> bytes;
 };
 std::vector<pf_sample> sample_files(bool seeds);
+// Versions of the samples' programs as Windows rewrites a Prefetch file: NAME.1 is the sample itself,
+// NAME.2 and NAME.3 (of CALC and MSPAINT) hold three more runs each and drop the three oldest.
+struct pf_version {
+    pf_sample file;
+    std::vector<std::uint64_t> runs; // newest first
+};
+std::vector<pf_version> program_versions();
