@@ -117,8 +117,13 @@ char const html_script[] = R"(
   });
   var timed = isFinite(lo);
   if (hi - lo < 12e4) { lo -= 6e4; hi += 6e4; }
+  // The span shown runs over whole milliseconds, in BINS steps of whole milliseconds.
+  function view(from, to) {
+    lo = Math.floor(from);
+    hi = lo + Math.max(1, Math.ceil((to - lo) / BINS)) * BINS;
+  }
   var pad = (hi - lo) * 0.02;
-  lo -= pad; hi += pad;
+  view(lo - pad, hi + pad);
   var span = [lo, hi];
   function x(v) { return (LABEL + (v - lo) / (hi - lo) * (W - LABEL - RIGHT)).toFixed(1); }
   function at(px) { return lo + (Math.min(Math.max(px, LABEL), W - RIGHT) - LABEL) / (W - LABEL - RIGHT) * (hi - lo); }
@@ -153,13 +158,13 @@ char const html_script[] = R"(
     var counts = [], most = 0, width = (hi - lo) / BINS, g = el('g', { 'class': 'strip' }, svg);
     for (var i = 0; i < BINS; i++) counts.push(0);
     shown.forEach(function (it) {
-      it.at.forEach(function (v) { if (v >= lo && v < hi) counts[Math.min(BINS - 1, Math.floor((v - lo) / width))]++; });
+      it.at.forEach(function (v) { if (v >= lo && v < hi) counts[Math.floor((v - lo) / width)]++; });
     });
     counts.forEach(function (n) { most = Math.max(most, n); });
     el('text', { x: LABEL - 8, y: STRIP - 4, 'text-anchor': 'end' }, g).textContent = 'Runs per step (most ' + most + ')';
     counts.forEach(function (n, i) {
       if (!n) return;
-      var from = lo + i * width, to = i === BINS - 1 ? hi : lo + (i + 1) * width, h = Math.max(1, n / most * (STRIP - 10));
+      var from = lo + i * width, to = from + width, h = Math.max(2, n / most * (STRIP - 10));
       titled(el('rect', { 'class': 'bin', x: x(from), y: STRIP - h, width: Math.max(1, x(to) - x(from) - 0.5), height: h,
         'data-count': n, 'data-from': iso(from), 'data-to': iso(to) }, g), n + ' runs from ' + iso(from) + ' to ' + iso(to));
     });
@@ -191,7 +196,13 @@ char const html_script[] = R"(
     var q = filter.value.trim().toLowerCase();
     var shown = order.filter(function (it) { return matches(it, q); }), drawn = shown.slice(0, limit);
     items.forEach(function (it) { it.on = false; });
-    drawn.forEach(function (it, i) { it.on = true; it.row.className = 'file on' + (i % 2 ? '' : ' alt'); });
+    // Only the rows drawn need to stand in order.
+    drawn.forEach(function (it, i) {
+      it.on = true;
+      it.row.className = 'file on' + (i % 2 ? '' : ' alt');
+      body.appendChild(it.row);
+      if (it.more) body.appendChild(it.more);
+    });
     items.forEach(function (it) {
       if (!it.on && it.row.className !== 'file') it.row.className = 'file';
       if (it.more) it.more.hidden = !(it.on && it.open);
@@ -208,7 +219,7 @@ char const html_script[] = R"(
       svg.setAttribute('viewBox', '0 0 ' + W + ' 24');
       svg.setAttribute('width', W);
       svg.setAttribute('height', 24);
-      el('text', { x: 4, y: 16 }, svg).textContent = items.length ? (timed ? 'No file matches the filter.' : 'No times to show.') : 'No file was decoded.';
+      el('text', { x: 4, y: 16 }, svg).textContent = items.length ? (!timed ? 'No times to show.' : zoomed ? 'No file shown has a run in this window.' : 'No file matches the filter.') : 'No file was decoded.';
       zoomable = false;
       return;
     }
@@ -250,16 +261,17 @@ char const html_script[] = R"(
     var a = at(drag.from), b = at(viewX(e));
     drag = null;
     if (Math.abs(b - a) < (hi - lo) / 300) { draw(); return; }
-    lo = Math.min(a, b); hi = Math.max(a, b); zoomed = true;
+    view(Math.min(a, b), Math.max(a, b));
+    zoomed = true;
     redraw();
   });
-  whole.addEventListener('click', function () { lo = span[0]; hi = span[1]; zoomed = false; redraw(); });
+  whole.addEventListener('click', function () { view(span[0], span[1]); zoomed = false; redraw(); });
   paging.lastChild.addEventListener('click', function () { limit += PAGE; draw(); });
 
   var pending = 0;
   filter.addEventListener('input', function () { clearTimeout(pending); pending = setTimeout(redraw, 150); });
 
-  // Sorting: a file's details row moves with it; the timeline follows the table's order.
+  // Sorting orders the files of the table and the timeline alike; draw() puts the rows in place.
   function sort(col, dir) {
     var number = heads[col].getAttribute('data-kind') === 'number';
     Array.prototype.forEach.call(heads, function (other) { other.removeAttribute('aria-sort'); });
@@ -270,7 +282,7 @@ char const html_script[] = R"(
       return [number ? Number(key) : key.toLowerCase(), it];
     });
     keyed.sort(function (a, b) { return a[0] < b[0] ? -dir : a[0] > b[0] ? dir : 0; });
-    order = keyed.map(function (k) { body.appendChild(k[1].row); if (k[1].more) body.appendChild(k[1].more); return k[1]; });
+    order = keyed.map(function (k) { return k[1]; });
   }
   Array.prototype.forEach.call(heads, function (th, col) {
     th.querySelector('button').addEventListener('click', function () {
@@ -279,13 +291,23 @@ char const html_script[] = R"(
     });
   });
 
-  // A file's details come as data (its strings, or their numbers in the
-  // page's table, which each file's "new" strings extend in page order) and
-  // are built when its name first opens them.
-  var strings = [], read = 0;
+  // A file's details come as data, built when its name first opens them.
+  // Items are numbers in the page's table, which each file's "new" items
+  // extend in page order; a negative number -k after n stands for n+1 to n+k.
+  var table = [], read = 0;
   function data(number) {
-    for (; read < number; read++) JSON.parse(document.getElementById('d' + (read + 1)).textContent)['new'].forEach(function (s) { strings.push(s); });
-    return JSON.parse(document.getElementById('d' + number).textContent);
+    function parsed(n) { return JSON.parse(items[n - 1].row.getAttribute('data-details')); }
+    for (; read < number; read++) parsed(read + 1)['new'].forEach(function (item) { table.push(item); });
+    return parsed(number);
+  }
+  function expand(list) {
+    var out = [], last = 0;
+    list.forEach(function (v) {
+      if (typeof v !== 'number') out.push(v);
+      else if (v >= 0) out.push(table[last = v]);
+      else for (var i = 0; i < -v; i++) out.push(table[++last]);
+    });
+    return out;
   }
   function add(name, parent, attrs) {
     var e = document.createElement(name);
@@ -294,7 +316,6 @@ char const html_script[] = R"(
   }
   // A string as the page shows it: each visible escape stands between two U+0001 marks.
   function text(parent, s) {
-    if (typeof s === 'number') s = strings[s];
     if (s === '') { add('em', parent, { 'class': 'none' }).textContent = '(empty)'; return; }
     s.split('\u0001').forEach(function (piece, i) {
       if (i % 2) add('mark', parent, { 'class': 'esc' }).textContent = piece;
@@ -302,8 +323,13 @@ char const html_script[] = R"(
     });
   }
   function time(parent, t) {
-    if (t) add('time', parent, { datetime: t, title: t }).textContent = t.slice(0, 19).replace('T', ' ');
+    if (t) add('time', parent, { datetime: t }).textContent = t.slice(0, 19).replace('T', ' ');
   }
+  // A time pointed at gives its full value, all seven digits of the fraction.
+  document.addEventListener('mouseover', function (e) {
+    var t = e.target.closest && e.target.closest('time');
+    if (t && !t.title) t.title = t.getAttribute('datetime');
+  });
   function list(parent, summary, entries, each, open) {
     var d = add('details', parent, open ? { open: '' } : {});
     add('summary', d).textContent = entries.length + ' ' + summary;
@@ -319,15 +345,18 @@ char const html_script[] = R"(
       p.textContent = 'SHA-256 of the file as read: ';
       add('span', p, { 'class': 'mono' }).textContent = d.sha256;
     }
-    list(td, 'loaded files', d.files, function (li, f) {
-      text(li, typeof f === 'object' ? f[0] : f);
-      if (typeof f === 'object') add('span', li, { 'class': 'ref' }).textContent = ' MFT ' + f[1] + '-' + f[2];
+    // A loaded file is its name, or its name with its MFT entry and sequence.
+    list(td, 'loaded files', expand(d.files), function (li, f) {
+      text(li, typeof f === 'string' ? f : f[0]);
+      if (typeof f === 'string') return;
+      li.appendChild(document.createTextNode(' '));
+      add('span', li, { 'class': 'ref' }).textContent = 'MFT ' + f[1] + '-' + f[2];
     }, true);
     list(td, 'volumes', d.volumes, function (li, v) {
-      text(add('span', li, { 'class': 'path' }), v[0]);
+      text(add('span', li, { 'class': 'path' }), expand(v[0])[0]);
       li.appendChild(document.createTextNode(', serial ' + v[1] + ', created '));
       time(li, v[2]);
-      list(li, 'directories', v[3], text, false);
+      list(li, 'directories', expand(v[3]), text, false);
     }, true);
     return tr;
   }
@@ -350,4 +379,4 @@ char const html_script[] = R"(
   draw();
 })();
 )";
-char const html_script_sha256[] = "fJozVwKoBfzuDYMXZ6zRydBr8U3zXLzCFRhIGbAqt3s=";
+char const html_script_sha256[] = "VnoSn+9uZitePQF7FS4v6ocqe2UL3qnjg73hirurviw=";
