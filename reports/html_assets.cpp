@@ -53,15 +53,15 @@ details{margin:.25rem 0}
 summary{cursor:pointer;color:var(--muted)}
 .ref{color:var(--muted)}
 [hidden]{display:none!important}
-#paging{color:var(--muted)}
-@media print{body{margin:0;font-size:9pt}.legend label,.legend button,#paging button{display:none}th{position:static}.tl{overflow:visible}
+#paging,.hint{color:var(--muted)}
+@media print{body{margin:0;font-size:9pt}.legend label,.legend button,.hint,#paging button{display:none}th{position:static}.tl{overflow:visible}
 #timeline{min-width:0}a{color:inherit;text-decoration:none}td.path{min-width:0}code,.mono,.path,.ref{font-size:8pt}
 th,td{padding:.1rem .2rem}tr.file{break-inside:avoid}}
 )";
 
 char const html_timeline_frame[] = R"(<section id="timeline-section"><h2>Execution timeline</h2>
 <div class="legend"><label>Filter <input id="filter" type="search" placeholder="name, hash, path or time"></label>
-<button type="button" id="whole" disabled>Whole span</button>
+<span class="hint">Drag across the strip or the axis to zoom in.</span> <button type="button" id="whole" disabled>Whole span</button>
 <span class="key"><b class="k-last">&#9679;</b> last run <b class="k-run">&#9679;</b> earlier run <b class="k-mod">&#9474;</b> Prefetch file modified (dashed at the edge: outside the span shown)</span>
 <span id="shown"></span></div>
 <noscript><p>The timeline and the files' details are drawn by the page's script; the table below holds the same times.</p></noscript>
@@ -94,6 +94,12 @@ char const html_script[] = R"(
   function times(row, name) { var v = row.getAttribute('data-' + name); return v ? v.split(' ') : []; }
   function ms(iso) { return Date.parse(iso.slice(0, 23) + 'Z'); }
   function iso(v) { return new Date(v).toISOString(); }
+  function plain(v) { return iso(v).slice(0, 19).replace('T', ' '); }
+  // A step of the strip in words: minutes, hours or days.
+  function duration(v) {
+    var unit = v < 72e5 ? [6e4, 'minutes'] : v < 1728e5 ? [36e5, 'hours'] : [864e5, 'days'];
+    return Number((v / unit[0]).toPrecision(3)) + ' ' + unit[1];
+  }
   function el(name, attrs, parent) {
     var e = document.createElementNS(NS, name);
     Object.keys(attrs).forEach(function (k) { e.setAttribute(k, attrs[k]); });
@@ -161,7 +167,7 @@ char const html_script[] = R"(
       it.at.forEach(function (v) { if (v >= lo && v < hi) counts[Math.floor((v - lo) / width)]++; });
     });
     counts.forEach(function (n) { most = Math.max(most, n); });
-    el('text', { x: LABEL - 8, y: STRIP - 4, 'text-anchor': 'end' }, g).textContent = 'Runs per step (most ' + most + ')';
+    el('text', { x: LABEL - 8, y: STRIP - 4, 'text-anchor': 'end' }, g).textContent = 'Runs per ' + duration(width) + ' (most ' + most + ')';
     counts.forEach(function (n, i) {
       if (!n) return;
       var from = lo + i * width, to = from + width, h = Math.max(2, n / most * (STRIP - 10));
@@ -208,7 +214,7 @@ char const html_script[] = R"(
       if (it.more) it.more.hidden = !(it.on && it.open);
     });
     document.getElementById('shown').textContent = shown.length + ' of ' + items.length + ' files' +
-      (zoomed ? ', with a run from ' + iso(lo) + ' to ' + iso(hi) : '');
+      (zoomed ? ', with a run from ' + plain(lo) + ' to ' + plain(hi) + ' UTC' : '');
     paging.hidden = drawn.length === shown.length;
     paging.firstChild.textContent = 'The first ' + drawn.length + ' of ' + shown.length + ' files are shown. ';
     whole.disabled = !zoomed;
@@ -379,4 +385,4 @@ char const html_script[] = R"(
   draw();
 })();
 )";
-char const html_script_sha256[] = "VnoSn+9uZitePQF7FS4v6ocqe2UL3qnjg73hirurviw=";
+char const html_script_sha256[] = "r5uonhP60sawmRae4XG/ikA1f8dLM7QChpO7s7rNVyA=";
