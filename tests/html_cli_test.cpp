@@ -255,6 +255,22 @@ TEST(HtmlPage, HostileStringsStandAsTextAndAddNoElement)
     EXPECT_EQ(count_of(dom, "&lt;i&gt;<mark class=\"esc\">\\xFF</mark>"), 2u);
 }
 
+// The page's table of recurring items stops at each of its bounds: the count with short items, the bytes with long ones.
+TEST(HtmlStringTable, StopsAtItsBounds)
+{
+    for (std::size_t const length : {std::size_t{1}, std::size_t{1000}}) {
+        html_string_table table;
+        std::size_t added = 0;
+        for (std::size_t i = 0; i < 2 * html_strings_kept; ++i) added += table.add(std::to_string(i) + std::string(length, 'x'));
+        EXPECT_EQ(added, table.numbers.size());
+        EXPECT_EQ(length == 1, table.numbers.size() == html_strings_kept);
+        EXPECT_LE(table.bytes, html_string_bytes_kept);
+        EXPECT_GT(table.bytes + (length == 1 ? 0 : length + 8), length == 1 ? 0 : html_string_bytes_kept);
+    }
+    EXPECT_FALSE(html_string_table{}.add(std::string(html_string_length_kept + 1, 'x')));
+    EXPECT_TRUE(html_string_table{}.add(std::string(html_string_length_kept, 'x')));
+}
+
 // The escapes without a browser.
 TEST(HtmlEscape, TextAndAttributeForms)
 {
