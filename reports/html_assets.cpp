@@ -236,12 +236,13 @@ char const html_script[] = R"(
     svg.setAttribute('height', h);
     el('rect', { 'class': 'plot', x: LABEL, y: 0, width: W - LABEL - RIGHT, height: TOP - 6 }, svg);
     drawStrip(shown);
-    var axis = el('g', { 'class': 'axis' }, svg);
+    var axis = el('g', { 'class': 'axis' }, svg), marks = ticks();
     el('text', { x: 4, y: TOP - 10 }, axis).textContent = caption;
-    ticks().forEach(function (tick) {
+    marks.forEach(function (tick) {
       var tx = x(tick[0]);
       el('line', { 'class': 'grid', x1: tx, x2: tx, y1: TOP - 6, y2: h }, axis);
-      el('text', { x: tx, y: TOP - 10, 'text-anchor': 'middle' }, axis).textContent = tick[1];
+      // A label at the right end would run off the drawing: it ends at its tick.
+      el('text', { x: tx, y: TOP - 10, 'text-anchor': tx > W - RIGHT - 40 ? 'end' : 'middle' }, axis).textContent = tick[1];
     });
     drawn.forEach(drawRow);
   }
@@ -385,4 +386,4 @@ char const html_script[] = R"(
   draw();
 })();
 )";
-char const html_script_sha256[] = "r5uonhP60sawmRae4XG/ikA1f8dLM7QChpO7s7rNVyA=";
+char const html_script_sha256[] = "j/G/RSFnLoo0RiPf2wzCu+9EPxhOrenheqtZd/qLBx4=";

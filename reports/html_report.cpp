@@ -119,20 +119,19 @@ html_column const columns[] = {
          prefetch_entry const& e = r.file.entry;
          if (e.path_hash == path_hash_check::matched)
              put(out, "<td class=\"path\"><span class=\"ok\">matches</span> " + html_text(e.hash_path));
-         else
-             put(out, e.path_hash == path_hash_check::not_matched ? "<td><span class=\"warn\">no path</span>" : "<td>");
+         else put(out, e.path_hash == path_hash_check::not_matched ? "<td><span class=\"warn\">no path</span>" : "<td>");
      }},
     {"Findings", "text",
      [](std::ostream& out, html_row const& r) {
          put(out, "<td>");
-         for (finding const which : r.findings)
-             put(out, std::string("<span class=\"warn\">") + finding_code(which) + "</span> ");
+         for (finding const which : r.findings) put(out, std::string("<span class=\"warn\">") + finding_code(which) + "</span> ");
      }},
     {"Runs", "number",
      [](std::ostream& out, html_row const& r) {
          put(out, "<td class=\"num\">" + std::to_string(r.file.entry.run_count));
      }},
-    {"Last run (UTC)", "time", [](std::ostream& out, html_row const& r) { cell_time(out, r.file.entry.last_run); }},
+    {"Last run (UTC)", "time",
+     [](std::ostream& out, html_row const& r) { cell_time(out, r.file.entry.last_run); }},
     {"Previous runs", "time",
      [](std::ostream& out, html_row const& r) {
          std::string times;
@@ -153,12 +152,13 @@ html_column const columns[] = {
                       (container.empty() ? "" : "<br>in " + container));
      }},
     {"Prefetch file", "text",
-     [](std::ostream& out, html_row const& r) { put(out, "<td class=\"path\">" + html_text(r.file.file_path)); }},
+     [](std::ostream& out, html_row const& r) {
+         put(out, "<td class=\"path\">" + html_text(r.file.file_path));
+     }},
     {"File modified, accessed, changed", "time",
      [](std::ostream& out, html_row const& r) {
          cell_time(out, r.file.entry.input_modified);
-         put(out, "<br>" + time_element(r.file.entry.input_accessed) + "<br>" +
-                      time_element(r.file.entry.input_stats_changed));
+         put(out, "<br>" + time_element(r.file.entry.input_accessed) + "<br>" + time_element(r.file.entry.input_stats_changed));
      }},
 };
 
