@@ -374,7 +374,7 @@ char const html_script[] = R"(
     e.preventDefault();
     if (!it.more) { it.more = build(it); body.insertBefore(it.more, it.row.nextSibling); }
     it.open = !it.open;
-    it.more.hidden = !it.open;
+    it.more.hidden = !(it.open && it.on);
   });
 
   // The counts belong at the top, next to the run.
@@ -386,4 +386,4 @@ char const html_script[] = R"(
   draw();
 })();
 )";
-char const html_script_sha256[] = "j/G/RSFnLoo0RiPf2wzCu+9EPxhOrenheqtZd/qLBx4=";
+char const html_script_sha256[] = "+7Mf1EHEt/Wx6pFzEcMhRVp6YFRmcPmmim2exIhLGnA=";
