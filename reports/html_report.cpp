@@ -361,7 +361,7 @@ void write_html_head(std::ostream& out, run_facts const& facts, html_tags const&
                  "'\">\n<link rel=\"icon\" href=\"data:,\">\n"
                  // Rows stand hidden until the script shows a page of them: a browser that laid out ten
                  // thousand rows as they arrive would take many seconds. Without script, all show.
-                 "<noscript><style>tr.file{display:table-row}</style></noscript>\n<title>kito Prefetch report, " +
+                 "<noscript><style>tr.file{display:table-row!important}</style></noscript>\n<title>kito Prefetch report, " +
                  html_attribute(facts.host) + "</title>\n<style>");
     put(out, html_style);
     put(out, "</style>\n</head>\n<body>\n<header><h1>Prefetch report</h1></header>\n"
