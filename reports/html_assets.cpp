@@ -54,15 +54,15 @@ details{margin:.25rem 0}
 summary{cursor:pointer;color:var(--muted)}
 .ref{color:var(--muted)}
 [hidden]{display:none!important}
-#paging{color:var(--muted)}
-@media print{body{margin:0;font-size:9pt}.legend label,.legend button,#paging button{display:none}th{position:static}.tl{overflow:visible}
+#paging,.hint{color:var(--muted)}
+@media print{body{margin:0;font-size:9pt}.legend label,.legend button,.hint,#paging button{display:none}th{position:static}.tl{overflow:visible}
 #timeline{min-width:0}a{color:inherit;text-decoration:none}td.path{min-width:0}code,.mono,.path,.ref{font-size:8pt}
 th,td{padding:.1rem .2rem}tr.file{break-inside:avoid}}
 )";
 
 char const html_timeline_frame[] = R"(<section id="timeline-section"><h2>Execution timeline</h2>
 <div class="legend"><label>Filter <input id="filter" type="search" placeholder="name, hash, path or time"></label>
-<button type="button" id="whole" disabled>Whole span</button>
+<span class="hint">Drag across the strip or the axis to zoom in.</span> <button type="button" id="whole" disabled>Whole span</button>
 <span class="key"><b class="k-last">&#9679;</b> last run <b class="k-run">&#9679;</b> earlier run <b class="k-run">&#9675;</b> run only an older version keeps <b class="k-mod">&#9474;</b> Prefetch file modified (dashed at the edge: outside the span shown)</span>
 <span id="shown"></span></div>
 <noscript><p>The timeline and the files' details are drawn by the page's script; the table below holds the same times.</p></noscript>
@@ -95,6 +95,12 @@ char const html_script[] = R"(
   function times(row, name) { var v = row.getAttribute('data-' + name); return v ? v.split(' ') : []; }
   function ms(iso) { return Date.parse(iso.slice(0, 23) + 'Z'); }
   function iso(v) { return new Date(v).toISOString(); }
+  function plain(v) { return iso(v).slice(0, 19).replace('T', ' '); }
+  // A step of the strip in words: minutes, hours or days.
+  function duration(v) {
+    var unit = v < 72e5 ? [6e4, 'minutes'] : v < 1728e5 ? [36e5, 'hours'] : [864e5, 'days'];
+    return Number((v / unit[0]).toPrecision(3)) + ' ' + unit[1];
+  }
   function el(name, attrs, parent) {
     var e = document.createElementNS(NS, name);
     Object.keys(attrs).forEach(function (k) { e.setAttribute(k, attrs[k]); });
@@ -118,8 +124,13 @@ char const html_script[] = R"(
   });
   var timed = isFinite(lo);
   if (hi - lo < 12e4) { lo -= 6e4; hi += 6e4; }
+  // The span shown runs over whole milliseconds, in BINS steps of whole milliseconds.
+  function view(from, to) {
+    lo = Math.floor(from);
+    hi = lo + Math.max(1, Math.ceil((to - lo) / BINS)) * BINS;
+  }
   var pad = (hi - lo) * 0.02;
-  lo -= pad; hi += pad;
+  view(lo - pad, hi + pad);
   var span = [lo, hi];
   function x(v) { return (LABEL + (v - lo) / (hi - lo) * (W - LABEL - RIGHT)).toFixed(1); }
   function at(px) { return lo + (Math.min(Math.max(px, LABEL), W - RIGHT) - LABEL) / (W - LABEL - RIGHT) * (hi - lo); }
@@ -154,13 +165,13 @@ char const html_script[] = R"(
     var counts = [], most = 0, width = (hi - lo) / BINS, g = el('g', { 'class': 'strip' }, svg);
     for (var i = 0; i < BINS; i++) counts.push(0);
     shown.forEach(function (it) {
-      it.at.forEach(function (v) { if (v >= lo && v < hi) counts[Math.min(BINS - 1, Math.floor((v - lo) / width))]++; });
+      it.at.forEach(function (v) { if (v >= lo && v < hi) counts[Math.floor((v - lo) / width)]++; });
     });
     counts.forEach(function (n) { most = Math.max(most, n); });
-    el('text', { x: LABEL - 8, y: STRIP - 4, 'text-anchor': 'end' }, g).textContent = 'Runs per step (most ' + most + ')';
+    el('text', { x: LABEL - 8, y: STRIP - 4, 'text-anchor': 'end' }, g).textContent = 'Runs per ' + duration(width) + ' (most ' + most + ')';
     counts.forEach(function (n, i) {
       if (!n) return;
-      var from = lo + i * width, to = i === BINS - 1 ? hi : lo + (i + 1) * width, h = Math.max(1, n / most * (STRIP - 10));
+      var from = lo + i * width, to = from + width, h = Math.max(2, n / most * (STRIP - 10));
       titled(el('rect', { 'class': 'bin', x: x(from), y: STRIP - h, width: Math.max(1, x(to) - x(from) - 0.5), height: h,
         'data-count': n, 'data-from': iso(from), 'data-to': iso(to) }, g), n + ' runs from ' + iso(from) + ' to ' + iso(to));
     });
@@ -192,13 +203,19 @@ char const html_script[] = R"(
     var q = filter.value.trim().toLowerCase();
     var shown = order.filter(function (it) { return matches(it, q); }), drawn = shown.slice(0, limit);
     items.forEach(function (it) { it.on = false; });
-    drawn.forEach(function (it, i) { it.on = true; it.row.className = 'file on' + (i % 2 ? '' : ' alt'); });
+    // Only the rows drawn need to stand in order.
+    drawn.forEach(function (it, i) {
+      it.on = true;
+      it.row.className = 'file on' + (i % 2 ? '' : ' alt');
+      body.appendChild(it.row);
+      if (it.more) body.appendChild(it.more);
+    });
     items.forEach(function (it) {
       if (!it.on && it.row.className !== 'file') it.row.className = 'file';
       if (it.more) it.more.hidden = !(it.on && it.open);
     });
     document.getElementById('shown').textContent = shown.length + ' of ' + items.length + ' files' +
-      (zoomed ? ', with a run from ' + iso(lo) + ' to ' + iso(hi) : '');
+      (zoomed ? ', with a run from ' + plain(lo) + ' to ' + plain(hi) + ' UTC' : '');
     paging.hidden = drawn.length === shown.length;
     paging.firstChild.textContent = 'The first ' + drawn.length + ' of ' + shown.length + ' files are shown. ';
     whole.disabled = !zoomed;
@@ -209,7 +226,7 @@ char const html_script[] = R"(
       svg.setAttribute('viewBox', '0 0 ' + W + ' 24');
       svg.setAttribute('width', W);
       svg.setAttribute('height', 24);
-      el('text', { x: 4, y: 16 }, svg).textContent = items.length ? (timed ? 'No file matches the filter.' : 'No times to show.') : 'No file was decoded.';
+      el('text', { x: 4, y: 16 }, svg).textContent = items.length ? (!timed ? 'No times to show.' : zoomed ? 'No file shown has a run in this window.' : 'No file matches the filter.') : 'No file was decoded.';
       zoomable = false;
       return;
     }
@@ -220,12 +237,13 @@ char const html_script[] = R"(
     svg.setAttribute('height', h);
     el('rect', { 'class': 'plot', x: LABEL, y: 0, width: W - LABEL - RIGHT, height: TOP - 6 }, svg);
     drawStrip(shown);
-    var axis = el('g', { 'class': 'axis' }, svg);
+    var axis = el('g', { 'class': 'axis' }, svg), marks = ticks();
     el('text', { x: 4, y: TOP - 10 }, axis).textContent = caption;
-    ticks().forEach(function (tick) {
+    marks.forEach(function (tick) {
       var tx = x(tick[0]);
       el('line', { 'class': 'grid', x1: tx, x2: tx, y1: TOP - 6, y2: h }, axis);
-      el('text', { x: tx, y: TOP - 10, 'text-anchor': 'middle' }, axis).textContent = tick[1];
+      // A label at the right end would run off the drawing: it ends at its tick.
+      el('text', { x: tx, y: TOP - 10, 'text-anchor': tx > W - RIGHT - 40 ? 'end' : 'middle' }, axis).textContent = tick[1];
     });
     drawn.forEach(drawRow);
   }
@@ -251,16 +269,17 @@ char const html_script[] = R"(
     var a = at(drag.from), b = at(viewX(e));
     drag = null;
     if (Math.abs(b - a) < (hi - lo) / 300) { draw(); return; }
-    lo = Math.min(a, b); hi = Math.max(a, b); zoomed = true;
+    view(Math.min(a, b), Math.max(a, b));
+    zoomed = true;
     redraw();
   });
-  whole.addEventListener('click', function () { lo = span[0]; hi = span[1]; zoomed = false; redraw(); });
+  whole.addEventListener('click', function () { view(span[0], span[1]); zoomed = false; redraw(); });
   paging.lastChild.addEventListener('click', function () { limit += PAGE; draw(); });
 
   var pending = 0;
   filter.addEventListener('input', function () { clearTimeout(pending); pending = setTimeout(redraw, 150); });
 
-  // Sorting: a file's details row moves with it; the timeline follows the table's order.
+  // Sorting orders the files of the table and the timeline alike; draw() puts the rows in place.
   function sort(col, dir) {
     var number = heads[col].getAttribute('data-kind') === 'number';
     Array.prototype.forEach.call(heads, function (other) { other.removeAttribute('aria-sort'); });
@@ -271,7 +290,7 @@ char const html_script[] = R"(
       return [number ? Number(key) : key.toLowerCase(), it];
     });
     keyed.sort(function (a, b) { return a[0] < b[0] ? -dir : a[0] > b[0] ? dir : 0; });
-    order = keyed.map(function (k) { body.appendChild(k[1].row); if (k[1].more) body.appendChild(k[1].more); return k[1]; });
+    order = keyed.map(function (k) { return k[1]; });
   }
   Array.prototype.forEach.call(heads, function (th, col) {
     th.querySelector('button').addEventListener('click', function () {
@@ -280,13 +299,23 @@ char const html_script[] = R"(
     });
   });
 
-  // A file's details come as data (its strings, or their numbers in the
-  // page's table, which each file's "new" strings extend in page order) and
-  // are built when its name first opens them.
-  var strings = [], read = 0;
+  // A file's details come as data, built when its name first opens them.
+  // Items are numbers in the page's table, which each file's "new" items
+  // extend in page order; a negative number -k after n stands for n+1 to n+k.
+  var table = [], read = 0;
   function data(number) {
-    for (; read < number; read++) JSON.parse(document.getElementById('d' + (read + 1)).textContent)['new'].forEach(function (s) { strings.push(s); });
-    return JSON.parse(document.getElementById('d' + number).textContent);
+    function parsed(n) { return JSON.parse(items[n - 1].row.getAttribute('data-details')); }
+    for (; read < number; read++) parsed(read + 1)['new'].forEach(function (item) { table.push(item); });
+    return parsed(number);
+  }
+  function expand(list) {
+    var out = [], last = 0;
+    list.forEach(function (v) {
+      if (typeof v !== 'number') out.push(v);
+      else if (v >= 0) out.push(table[last = v]);
+      else for (var i = 0; i < -v; i++) out.push(table[++last]);
+    });
+    return out;
   }
   function add(name, parent, attrs) {
     var e = document.createElement(name);
@@ -295,7 +324,6 @@ char const html_script[] = R"(
   }
   // A string as the page shows it: each visible escape stands between two U+0001 marks.
   function text(parent, s) {
-    if (typeof s === 'number') s = strings[s];
     if (s === '') { add('em', parent, { 'class': 'none' }).textContent = '(empty)'; return; }
     s.split('\u0001').forEach(function (piece, i) {
       if (i % 2) add('mark', parent, { 'class': 'esc' }).textContent = piece;
@@ -303,8 +331,13 @@ char const html_script[] = R"(
     });
   }
   function time(parent, t) {
-    if (t) add('time', parent, { datetime: t, title: t }).textContent = t.slice(0, 19).replace('T', ' ');
+    if (t) add('time', parent, { datetime: t }).textContent = t.slice(0, 19).replace('T', ' ');
   }
+  // A time pointed at gives its full value, all seven digits of the fraction.
+  document.addEventListener('mouseover', function (e) {
+    var t = e.target.closest && e.target.closest('time');
+    if (t && !t.title) t.title = t.getAttribute('datetime');
+  });
   function list(parent, summary, entries, each, open) {
     var d = add('details', parent, open ? { open: '' } : {});
     add('summary', d).textContent = entries.length + ' ' + summary;
@@ -326,15 +359,18 @@ char const html_script[] = R"(
       li.appendChild(document.createTextNode(', last run '));
       time(li, v[1]);
     }, true);
-    if (d.files) list(td, 'loaded files', d.files, function (li, f) {
-      text(li, typeof f === 'object' ? f[0] : f);
-      if (typeof f === 'object') add('span', li, { 'class': 'ref' }).textContent = ' MFT ' + f[1] + '-' + f[2];
+    // A loaded file is its name, or its name with its MFT entry and sequence.
+    if (d.files) list(td, 'loaded files', expand(d.files), function (li, f) {
+      text(li, typeof f === 'string' ? f : f[0]);
+      if (typeof f === 'string') return;
+      li.appendChild(document.createTextNode(' '));
+      add('span', li, { 'class': 'ref' }).textContent = 'MFT ' + f[1] + '-' + f[2];
     }, true);
     if (d.volumes) list(td, 'volumes', d.volumes, function (li, v) {
-      text(add('span', li, { 'class': 'path' }), v[0]);
+      text(add('span', li, { 'class': 'path' }), expand(v[0])[0]);
       li.appendChild(document.createTextNode(', serial ' + v[1] + ', created '));
       time(li, v[2]);
-      list(li, 'directories', v[3], text, false);
+      list(li, 'directories', expand(v[3]), text, false);
     }, true);
     return tr;
   }
@@ -345,7 +381,7 @@ char const html_script[] = R"(
     e.preventDefault();
     if (!it.more) { it.more = build(it); body.insertBefore(it.more, it.row.nextSibling); }
     it.open = !it.open;
-    it.more.hidden = !it.open;
+    it.more.hidden = !(it.open && it.on);
   });
 
   // The counts belong at the top, next to the run.
@@ -357,4 +393,4 @@ char const html_script[] = R"(
   draw();
 })();
 )";
-char const html_script_sha256[] = "dbN5C5m+W/wstfAAuT0+PV3YtpgsyXZHt4V7klJeAss=";
+char const html_script_sha256[] = "ScXKdLWL4IyQvhThVjGCiTXxXeBipYjl0xUHzOVVyO8=";

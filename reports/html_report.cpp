@@ -65,14 +65,14 @@ std::string html_escaped(std::string_view text, bool marked)
 }
 
 // A time for the table: the second in the cell, the full value in its
-// datetime and title, which the script sorts and draws by.
+// datetime, which the script sorts and draws by and shows when pointed at.
 std::string time_element(std::uint64_t filetime)
 {
     std::string const iso = iso_time(filetime);
     if (iso.empty()) return {};
     std::string shown = iso.substr(0, 19);
     shown[10] = ' ';
-    return "<time datetime=\"" + iso + "\" title=\"" + iso + "\">" + shown + "</time>";
+    return "<time datetime=\"" + iso + "\">" + shown + "</time>";
 }
 
 // Previous runs, latest first, as the other forms list them.
@@ -134,14 +134,14 @@ html_column const columns[] = {
     {"Findings", "text",
      [](std::ostream& out, html_row const& r) {
          put(out, "<td>");
-         for (finding const which : r.findings)
-             put(out, std::string("<span class=\"warn\">") + finding_code(which) + "</span> ");
+         for (finding const which : r.findings) put(out, std::string("<span class=\"warn\">") + finding_code(which) + "</span> ");
      }},
     {"Runs", "number",
      [](std::ostream& out, html_row const& r) {
          put(out, "<td class=\"num\">" + std::to_string(r.file.entry.run_count));
      }},
-    {"Last run (UTC)", "time", [](std::ostream& out, html_row const& r) { cell_time(out, r.file.entry.last_run); }},
+    {"Last run (UTC)", "time",
+     [](std::ostream& out, html_row const& r) { cell_time(out, r.file.entry.last_run); }},
     {"Previous runs", "time",
      [](std::ostream& out, html_row const& r) {
          std::string times;
@@ -162,12 +162,13 @@ html_column const columns[] = {
                       (container.empty() ? "" : "<br>in " + container));
      }},
     {"Prefetch file", "text",
-     [](std::ostream& out, html_row const& r) { put(out, "<td class=\"path\">" + html_text(r.file.file_path)); }},
+     [](std::ostream& out, html_row const& r) {
+         put(out, "<td class=\"path\">" + html_text(r.file.file_path));
+     }},
     {"File modified, accessed, changed", "time",
      [](std::ostream& out, html_row const& r) {
          cell_time(out, r.file.entry.input_modified);
-         put(out, "<br>" + time_element(r.file.entry.input_accessed) + "<br>" +
-                      time_element(r.file.entry.input_stats_changed));
+         put(out, "<br>" + time_element(r.file.entry.input_accessed) + "<br>" + time_element(r.file.entry.input_stats_changed));
      }},
 };
 
@@ -180,9 +181,10 @@ void put_timeline_data(std::ostream& out, prefetch_entry const& e)
                  iso_time(e.input_modified) + "\"");
 }
 
-// A string of the details as a JSON string for a data block: as the page
-// shows it, each visible escape between two U+0001 marks (a control, so never
-// plain text), and "<" written "\u003c" so that the block cannot end early.
+// A string of the details as a JSON string for an attribute in single quotes:
+// as the page shows it, each visible escape between two U+0001 marks (a
+// control, so never plain text), and the characters that an attribute or
+// markup would take ("'", "&", "<") as JSON escapes.
 void put_json_shown(std::ostream& out, std::string_view text)
 {
     std::string json = "\"";
@@ -190,22 +192,56 @@ void put_json_shown(std::ostream& out, std::string_view text)
         text,
         [&json](std::uint32_t c, std::string_view piece) {
             if (c == '"' || c == '\\') json.append(1, '\\').append(piece);
-            else if (c == '<') json += "\\u003c";
-            else json += piece;
+            else if (c == '\'' || c == '&' || c == '<') {
+                char code[8];
+                std::snprintf(code, sizeof code, "\\u%04x", c);
+                json += code;
+            } else json += piece;
         },
         [&json](std::string_view escape) { json.append("\\u0001\\").append(escape).append("\\u0001"); });
     put(out, json + "\"");
 }
 
-// The strings of a file's details in the order the page's script reads them.
-template <typename each>
-void for_detail_strings(prefetch_entry const& e, each&& visit)
+// An entry of a file's details: a loaded file with its NTFS file reference,
+// if it has one, a volume's device path or one of its directories.
+struct detail_item {
+    std::string const& text;
+    ntfs_file_reference const* reference = nullptr;
+
+    // Its key in the page's table: the text and the reference, if any, told
+    // apart by the first character.
+    std::string key() const
+    {
+        if (reference == nullptr) return "n" + text;
+        return "r" + std::to_string(reference->mft_entry) + "-" + std::to_string(reference->mft_sequence) + ":" + text;
+    }
+};
+
+// The item itself: its string, or its string with the reference's MFT entry and sequence.
+void put_item(std::ostream& out, detail_item const& item)
 {
-    for (auto const& [offset, name] : e.file_strings) visit(name);
+    if (item.reference != nullptr) put(out, "[");
+    put_json_shown(out, item.text);
+    if (item.reference != nullptr)
+        put(out,
+            "," + std::to_string(item.reference->mft_entry) + "," + std::to_string(item.reference->mft_sequence) + "]");
+}
+
+detail_item loaded_file(prefetch_entry const& e, std::uint64_t offset, std::string const& name)
+{
+    auto const found = e.file_references.find(offset);
+    return {name, found == e.file_references.end() ? nullptr : &found->second};
+}
+
+// The items of a file's details in the order the page's script reads them.
+template <typename each>
+void for_detail_items(prefetch_entry const& e, each&& visit)
+{
+    for (auto const& [offset, name] : e.file_strings) visit(loaded_file(e, offset, name));
     for (std::size_t i = 0; i < e.volume_paths.size(); ++i) {
-        visit(e.volume_paths[i]);
+        visit(detail_item{e.volume_paths[i]});
         if (i < e.volume_dirs.size())
-            for (auto const& [offset, directory] : e.volume_dirs[i]) visit(directory);
+            for (auto const& [offset, directory] : e.volume_dirs[i]) visit(detail_item{directory});
     }
 }
 
@@ -222,74 +258,98 @@ void put_json_list(std::ostream& out, std::string_view key, std::vector<std::str
     put(out, "]");
 }
 
-// A string of the details: its number in the page's table, or the string.
-void put_detail_string(std::ostream& out, html_string_table const& table, std::string const& text)
-{
-    auto const found = table.numbers.find(text);
-    if (found != table.numbers.end()) put(out, std::to_string(found->second));
-    else put_json_shown(out, text);
-}
+// A list of items as JSON: each the number of its item in the page's table,
+// where it has one, else the item itself. Numbers that follow on each other
+// are a run, written as the first and minus the count of the rest: 7,-3 is
+// 7, 8, 9 and 10 (the files of a program seen before load in the same order).
+class detail_list {
+public:
+    detail_list(std::ostream& out, html_string_table const& table) : m_out(out), m_table(table) { put(out, "["); }
+    void add(detail_item const& item)
+    {
+        auto const found = m_table.numbers.find(item.key());
+        if (found != m_table.numbers.end() && m_last >= 0 && found->second == m_last + 1) {
+            ++m_last;
+            ++m_run;
+            return;
+        }
+        end_run();
+        put(m_out, m_empty ? "" : ",");
+        m_empty = false;
+        if (found == m_table.numbers.end()) put_item(m_out, item);
+        else put(m_out, std::to_string(found->second));
+        m_last = found == m_table.numbers.end() ? -1 : std::int64_t{found->second};
+    }
+    void end()
+    {
+        end_run();
+        put(m_out, "]");
+    }
 
-// A file's details as data for the script, which builds them when the file
-// is opened: a browser then lays out ten thousand rows, not millions of
-// names. The strings this file adds to the page's table come first ("new");
-// each later place of a string in the table is its number. Each string goes
-// to the stream on its own: a hostile file's millions of names never stand
-// in memory as one text.
-void put_details_data(std::ostream& out, prefetch_entry const& e, std::uint64_t number, html_string_table& table)
+private:
+    void end_run()
+    {
+        if (m_run > 0) put(m_out, ",-" + std::to_string(m_run));
+        m_run = 0;
+    }
+    std::ostream& m_out;
+    html_string_table const& m_table;
+    std::int64_t m_last = -1;
+    std::uint64_t m_run = 0;
+    bool m_empty = true;
+};
+
+// A file's details as data in an attribute of its row, from which the script
+// builds them when the file is opened: a browser then lays out ten thousand rows, not millions of
+// names. The items this file adds to the page's table come first ("new");
+// each place of an item in the table is then its number. Each string goes to
+// the stream on its own: a hostile file's millions of names never stand in
+// memory as one text.
+void put_details_data(std::ostream& out, prefetch_entry const& e, html_string_table& table)
 {
-    put(out, "<script type=\"application/json\" id=\"d" + std::to_string(number) + "\">{\"new\":[");
+    put(out, " data-details='{\"new\":[");
     char const* comma = "";
-    for_detail_strings(e, [&](std::string const& text) {
-        if (!table.add(text)) return;
+    for_detail_items(e, [&](detail_item const& item) {
+        if (!table.add(item.key())) return;
         put(out, comma);
-        put_json_shown(out, text);
+        put_item(out, item);
         comma = ",";
     });
     put(out, "],\"sha256\":\"" + e.input_sha256 + "\"");
     put_json_list(out, "same", e.same_bytes_at);
-    put(out, ",\"files\":[");
-    comma = "";
-    for (auto const& [offset, name] : e.file_strings) {
-        auto const reference = e.file_references.find(offset);
-        bool const referenced = reference != e.file_references.end();
-        put(out, comma + std::string(referenced ? "[" : ""));
-        put_detail_string(out, table, name);
-        if (referenced)
-            put(out, "," + std::to_string(reference->second.mft_entry) + "," +
-                         std::to_string(reference->second.mft_sequence) + "]");
-        comma = ",";
-    }
-    put(out, "],\"volumes\":[");
+    put(out, ",\"files\":");
+    detail_list files(out, table);
+    for (auto const& [offset, name] : e.file_strings) files.add(loaded_file(e, offset, name));
+    files.end();
+    put(out, ",\"volumes\":[");
     for (std::size_t i = 0; i < e.volume_paths.size(); ++i) {
         std::uint64_t const created = i < e.volume_times.size() ? e.volume_times[i] : 0;
         std::uint32_t const serial = i < e.volume_serials.size() ? e.volume_serials[i] : 0;
         put(out, i == 0 ? "[" : ",[");
-        put_detail_string(out, table, e.volume_paths[i]);
-        put(out, ",\"" + volume_serial_text(serial) + "\",\"" + iso_time(created) + "\",[");
-        comma = "";
+        detail_list path(out, table);
+        path.add(detail_item{e.volume_paths[i]});
+        path.end();
+        put(out, ",\"" + volume_serial_text(serial) + "\",\"" + iso_time(created) + "\",");
+        detail_list directories(out, table);
         if (i < e.volume_dirs.size())
-            for (auto const& [offset, directory] : e.volume_dirs[i]) {
-                put(out, comma);
-                put_detail_string(out, table, directory);
-                comma = ",";
-            }
-        put(out, "]]");
+            for (auto const& [offset, directory] : e.volume_dirs[i]) directories.add(detail_item{directory});
+        directories.end();
+        put(out, "]");
     }
-    put(out, "]}</script>\n");
+    put(out, "]}'");
 }
 
 void put_file_rows(std::ostream& out, html_row const& row, html_string_table& table)
 {
     put(out, "<tr class=\"file\" id=\"f" + std::to_string(row.number) + "\"");
     put_timeline_data(out, row.file.entry);
+    put_details_data(out, row.file.entry, table);
     put(out, ">");
     for (html_column const& column : columns) {
         column.cell(out, row);
         put(out, "</td>");
     }
     put(out, "</tr>\n");
-    put_details_data(out, row.file.entry, row.number, table);
 }
 
 // ISO texts, blank-separated, latest first.
@@ -337,13 +397,13 @@ void put_fact(std::ostream& out, std::string_view label, std::string const& valu
 
 } // namespace
 
-bool html_string_table::add(std::string const& text)
+bool html_string_table::add(std::string const& key)
 {
-    if (numbers.size() >= html_strings_kept || text.size() > html_string_length_kept ||
-        bytes + text.size() > html_string_bytes_kept || numbers.count(text) != 0)
+    if (numbers.size() >= html_strings_kept || key.size() > html_string_length_kept ||
+        bytes + key.size() > html_string_bytes_kept || numbers.count(key) != 0)
         return false;
-    numbers.emplace(text, static_cast<std::uint32_t>(numbers.size()));
-    bytes += text.size();
+    numbers.emplace(key, static_cast<std::uint32_t>(numbers.size()));
+    bytes += key.size();
     return true;
 }
 
@@ -362,7 +422,7 @@ void write_html_head(std::ostream& out, run_facts const& facts, html_tags const&
                  "'\">\n<link rel=\"icon\" href=\"data:,\">\n"
                  // Rows stand hidden until the script shows a page of them: a browser that laid out ten
                  // thousand rows as they arrive would take many seconds. Without script, all show.
-                 "<noscript><style>tr.file{display:table-row}</style></noscript>\n<title>kito Prefetch report, " +
+                 "<noscript><style>tr.file{display:table-row!important}</style></noscript>\n<title>kito Prefetch report, " +
                  html_attribute(facts.host) + "</title>\n<style>");
     put(out, html_style);
     put(out, "</style>\n</head>\n<body>\n<header><h1>Prefetch report</h1></header>\n"
@@ -413,28 +473,30 @@ void write_html_history(std::ostream& out, program_history const& program, html_
     for (std::uint64_t const run : program.all_runs())
         if (!newest.runs.contains(run)) older.insert(run);
     put(out, "<tr class=\"file\" id=\"f" + id + "\" data-last=\"" + iso_time(newest.last_run) + "\" data-runs=\"" +
-                 iso_list(earlier) + "\" data-older=\"" + iso_list(older) + "\" data-modified=\"\">");
+                 iso_list(earlier) + "\" data-older=\"" + iso_list(older) + "\" data-modified=\"\"");
+    // The details: each version's name and last run, newest first.
+    put(out, " data-details='{\"new\":[],\"versions\":[");
+    for (std::size_t i = 0; i < program.versions.size(); ++i) {
+        put(out, i == 0 ? "[" : ",[");
+        put_json_shown(out, program.versions[i].display_name);
+        put(out, ",\"" + iso_time(program.versions[i].last_run) + "\"]");
+    }
+    put(out, "]}'>");
     for (html_column const& column : columns) {
         auto const found =
             std::find_if(std::begin(history_cells), std::end(history_cells),
                          [&column](history_cell const& c) { return std::string_view(c.heading) == column.heading; });
         put(out, (found == std::end(history_cells) ? std::string("<td>") : found->cell(program, id)) + "</td>");
     }
-    // The details: each version's name and last run, newest first.
-    put(out, "</tr>\n<script type=\"application/json\" id=\"d" + id + "\">{\"new\":[],\"versions\":[");
-    for (std::size_t i = 0; i < program.versions.size(); ++i) {
-        put(out, i == 0 ? "[" : ",[");
-        put_json_shown(out, program.versions[i].display_name);
-        put(out, ",\"" + iso_time(program.versions[i].last_run) + "\"]");
-    }
-    put(out, "]}</script>\n");
+    put(out, "</tr>\n");
 }
 
 void write_html_end(std::ostream& out, html_page_state const& state, std::vector<html_count> const& counts)
 {
     if (state.rows == 0)
         put(out, "<tr><td colspan=\"" + std::to_string(std::size(columns)) + "\">No file was decoded.</td></tr>\n");
-    put(out, "</tbody>\n</table>\n<p id=\"paging\" hidden><span></span><button type=\"button\">Show more</button></p>\n"
+    put(out, "</tbody>\n</table>\n<p id=\"paging\" hidden><span>Not every file is shown.</span><button "
+             "type=\"button\">Show more</button></p>\n"
              "</section>\n<section id=\"failed\"><h2>Files that failed</h2>\n");
     if (state.failed.empty()) put(out, "<p>None.</p>\n");
     else {

@@ -31,11 +31,12 @@ struct html_failed_file {
     std::string reason;
 };
 
-// The strings of the details that recur from file to file (the same
-// libraries and folders in every program's list) are written once and then
-// named by their number in the page's table. The table is bounded: at most
-// html_strings_kept strings of at most html_string_length_kept bytes each,
-// html_string_bytes_kept bytes in all; past that a string is written in full
+// The items of the details that recur from file to file (the same libraries,
+// with the same file references on one host, and folders in every program's
+// list) are written once and then named by their number in the page's table.
+// The table is bounded: at most html_strings_kept items whose keys (the text
+// and the reference) are at most html_string_length_kept bytes each and
+// html_string_bytes_kept bytes in all; past that an item is written in full
 // wherever it stands.
 inline constexpr std::size_t html_strings_kept = 1 << 16;
 inline constexpr std::size_t html_string_length_kept = 1024;
@@ -44,8 +45,8 @@ inline constexpr std::size_t html_string_bytes_kept = 8 << 20;
 struct html_string_table {
     std::unordered_map<std::string, std::uint32_t> numbers;
     std::size_t bytes = 0;
-    // Takes `text` in with the next number, if it is new and fits the bounds.
-    bool add(std::string const& text);
+    // Takes `key` in with the next number, if it is new and fits the bounds.
+    bool add(std::string const& key);
 };
 
 // What the page carries from one file to the next.
