@@ -129,7 +129,8 @@ bool separator_used(cmd_params const& options)
            !options.m_fmt_html && options.m_verbose;
 }
 
-// One input of a batch, after the filter: clear the last file, decode, report.
+} // namespace
+
 bool process_input(kito_user_context& context, std::ostream& out, std::string const& path, bool separator,
                    input_loader const& load)
 {
@@ -145,6 +146,15 @@ bool process_input(kito_user_context& context, std::ostream& out, std::string co
     return outcome;
 }
 
+bool begin_batch_output(cmd_params const& options, std::ostream& out)
+{
+    bool const separator = separator_used(options);
+    if (separator) out << batch_separator;
+    return separator;
+}
+
+namespace {
+
 bool process_named_file(kito_user_context& context, std::ostream& out, std::string const& name, bool separator)
 {
     return process_input(context, out, expand_path_variables(name, /*allow_shadow_copy=*/true), separator,
@@ -157,8 +167,7 @@ bool process_batch(kito_user_context& context, std::ostream& out)
 {
     vlmportdir::stdin_stream_ex source(&context);
     if (!begin_batch_source(source, context)) return false;
-    bool const separator = separator_used(context);
-    if (separator) out << batch_separator;
+    bool const separator = begin_batch_output(context, out);
 
     bool outcome = false;
     file_info info;
@@ -180,8 +189,7 @@ bool process_volume_scan(kito_user_context& context, std::ostream& out)
     std::vector<std::string> paths;
     vlmportdir::list_paths(folder.c_str(), "*.pf", paths);
     if (paths.empty()) return false;
-    bool const separator = separator_used(context);
-    if (separator) out << batch_separator;
+    bool const separator = begin_batch_output(context, out);
     bool outcome = false;
     for (std::string const& path : paths) outcome = process_named_file(context, out, path, separator);
     return outcome;
@@ -203,8 +211,7 @@ bool process_image(kito_user_context& context, std::ostream& out)
 {
     image_source source;
     if (!source.open(context.m_image_path)) return false;
-    bool const separator = separator_used(context);
-    if (separator) out << batch_separator;
+    bool const separator = begin_batch_output(context, out);
     bool outcome = false;
     for (image_file const& file : source.files()) {
         if (!image_file_wanted(context, file)) continue;

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "driver/output_entry.h"
 #include "foundation/uni_stdin_stream.h"
 #include "foundation/vlm_path_rules.h"
 
@@ -46,6 +47,14 @@ private:
 };
 
 } // namespace vlmportdir
+
+// Writes the opening separator of a batch where the form has one; says
+// whether each reported file is followed by one.
+bool begin_batch_output(cmd_params const& options, std::ostream& out);
+// One input of a batch, after the filter: clears the last file, reads and
+// decodes it with `load`, reports it under `name`.
+bool process_input(kito_user_context& context, std::ostream& out, std::string const& name, bool separator,
+                   input_loader const& load);
 
 // -pipe wins over -enumdir. False when the walk cannot start.
 bool begin_batch_source(vlmportdir::stdin_stream_ex& source, cmd_params const& options);

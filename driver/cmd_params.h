@@ -88,6 +88,9 @@ public:
     bool m_enum_dir_given = false;
     std::string m_image_path; // -image: Prefetch files read from a disk image
     bool m_image_given = false;
+    std::string m_carve_path; // -carve: Prefetch files found by signature in any file
+    bool m_carve_given = false;
+    bool m_unallocated = false; // -unallocated: with -image, the free clusters of each volume too
     std::string m_os_product_version;
     std::uint32_t m_os_version_numbers[3] = {0, 0, 0};
     time_bound m_start_bound;

@@ -64,6 +64,8 @@ public:
     bool next(carve_hit& hit);
     std::uint64_t rejected() const { return m_rejected; }
     bool read_failed() const { return m_read_failed; }
+    // Bytes read so far; all of the data once next() has given false.
+    std::uint64_t scanned() const { return m_start + m_length; }
 
 private:
     bool fill_to(std::size_t size);
