@@ -1,5 +1,6 @@
 #include "driver/batch_input.h"
 
+#include "driver/carve_input.h"
 #include "driver/cmd_params.h"
 #include "driver/foundation_adapters.h"
 #include "driver/image_input.h"
@@ -210,7 +211,8 @@ bool image_file_wanted(kito_user_context const& context, image_file const& file)
 bool process_image(kito_user_context& context, std::ostream& out)
 {
     image_source source;
-    if (!source.open(context.m_image_path)) return false;
+    // Free clusters are worth scanning also where the Prefetch folder is gone.
+    if (!source.open(context.m_image_path, /*folder_needed=*/!context.m_unallocated)) return false;
     bool const separator = begin_batch_output(context, out);
     bool outcome = false;
     for (image_file const& file : source.files()) {
@@ -220,5 +222,5 @@ bool process_image(kito_user_context& context, std::ostream& out)
                    decode_input_bytes(c.m_buffers, c.m_entry, c.m_version_label);
         });
     }
-    return outcome;
+    return context.m_unallocated ? process_unallocated(context, out, source, separator, outcome) : outcome;
 }

@@ -4,6 +4,7 @@
 
 #include "driver/batch_input.h"
 #include "driver/foundation_adapters.h"
+#include "driver/image_input.h"
 #include "driver/kito_user_context.h"
 #include "foundation/uni_fileio.h"
 #include "prefetch/decode_chain.h"
@@ -28,6 +29,28 @@ bool carve_file(std::string const& path, carve_hit_handler const& each, std::uin
     char const* const why = scanner.read_failed() ? "" : scanner.scanned() == 0 ? ": empty file" : nullptr;
     if (why != nullptr) std::fprintf(stderr, "prob reading file %s%s\n", path.c_str(), why);
     return why == nullptr;
+}
+
+void carve_unallocated(image_source& source, std::string const& image_path,
+                       std::function<void(carve_hit&, volume_place const&)> const& each, std::uint64_t& rejected)
+{
+    std::vector<volume_place> const volumes = source.volume_places();
+    for (std::size_t v = 0; v < volumes.size(); ++v)
+        for (image_run const& run : source.unallocated_runs(v)) {
+            carve_scanner scanner([&source, run](std::uint64_t offset, std::uint8_t* buffer, std::size_t count) {
+                if (offset >= run.length) return std::int64_t{0};
+                count = static_cast<std::size_t>(std::min<std::uint64_t>(count, run.length - offset));
+                return source.read_at(run.start + offset, buffer, count);
+            });
+            for (carve_hit hit; scanner.next(hit);) {
+                hit.offset += run.start;
+                each(hit, volumes[v]);
+            }
+            rejected += scanner.rejected();
+            if (scanner.read_failed())
+                std::fprintf(stderr, "prob reading image %s at %llu\n", image_path.c_str(),
+                             static_cast<unsigned long long>(run.start));
+        }
 }
 
 std::string carved_name(std::string const& scanned, std::uint64_t offset)
@@ -81,6 +104,30 @@ bool process_carve(kito_user_context& context, std::ostream& out)
         },
         context.m_check_tally.carve_rejected);
     return scanned && outcome;
+}
+
+bool process_unallocated(kito_user_context& context, std::ostream& out, image_source& source, bool separator,
+                         bool outcome)
+{
+    context.m_check_tally.carving = true;
+    std::string const& image = context.m_image_path;
+    carve_unallocated(
+        source, image,
+        [&](carve_hit& hit, volume_place const& volume) {
+            std::string const name = carved_name(image + "@" + std::to_string(volume.start_sector), hit.offset);
+            if (!matches_filter(context, name, context.m_filter_list, nullptr, /*stream_mode=*/false)) return;
+            outcome = process_input(context, out, name, separator, [&](kito_user_context& c) {
+                image_location& place = c.m_entry.image;
+                place.present = true;
+                place.image_path = image;
+                place.partition_offset = volume.offset;
+                place.mft_entry_known = false;
+                place.source = evidence_source::unallocated;
+                return decode_carved_hit(hit, c);
+            });
+        },
+        context.m_check_tally.carve_rejected);
+    return outcome;
 }
 
 int decompress_carve(kito_user_context& context)

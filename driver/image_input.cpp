@@ -131,7 +131,7 @@ struct image_source::volumes {
 image_source::image_source() = default;
 image_source::~image_source() = default;
 
-bool image_source::open(std::string const& path)
+bool image_source::open(std::string const& path, bool folder_needed)
 {
     m_files.clear();
     m_prefetch_found = false;
@@ -153,7 +153,7 @@ bool image_source::open(std::string const& path)
         return false;
     }
     for (std::size_t v = 0; v < m_volumes->list.size(); ++v) list_volume(path, v);
-    if (!m_prefetch_found) {
+    if (!m_prefetch_found && folder_needed) {
         std::fprintf(stderr, "no Prefetch folder in image %s\n", path.c_str());
         return false;
     }
@@ -188,6 +188,58 @@ void image_source::list_volume(std::string const& path, std::size_t index)
         return a.location.path_in_volume < b.location.path_in_volume;
     });
     std::move(found.begin(), found.end(), std::back_inserter(m_files));
+}
+
+std::vector<volume_place> image_source::volume_places() const
+{
+    std::vector<volume_place> places;
+    if (m_volumes)
+        for (volumes::volume const& v : m_volumes->list) places.push_back({v.start_sector, v.offset});
+    return places;
+}
+
+namespace {
+
+struct free_walk {
+    std::uint64_t volume_offset = 0;
+    std::uint64_t block_size = 0;
+    std::vector<image_run> runs;
+};
+
+TSK_WALK_RET_ENUM note_free_block(TSK_FS_BLOCK const* block, void* context)
+{
+    auto& walk = *static_cast<free_walk*>(context);
+    std::uint64_t const start = walk.volume_offset + block->addr * walk.block_size;
+    if (!walk.runs.empty() && walk.runs.back().start + walk.runs.back().length == start)
+        walk.runs.back().length += walk.block_size;
+    else walk.runs.push_back({start, walk.block_size});
+    return TSK_WALK_CONT;
+}
+
+} // namespace
+
+std::vector<image_run> image_source::unallocated_runs(std::size_t volume) const
+{
+    if (!m_volumes || volume >= m_volumes->list.size()) return {};
+    volumes::volume const& v = m_volumes->list[volume];
+    free_walk walk{v.offset, v.fs->block_size, {}};
+    // Addresses only: the bytes are read later, a window at a time. The
+    // last block is the last one the image really holds.
+    auto const flags =
+        static_cast<TSK_FS_BLOCK_WALK_FLAG_ENUM>(TSK_FS_BLOCK_WALK_FLAG_UNALLOC | TSK_FS_BLOCK_WALK_FLAG_AONLY);
+    tsk_fs_block_walk(v.fs, v.fs->first_block, v.fs->last_block_act, flags, note_free_block, &walk);
+    return walk.runs;
+}
+
+std::int64_t image_source::read_at(std::uint64_t offset, std::uint8_t* buffer, std::size_t count)
+{
+    if (!m_volumes || m_volumes->image == nullptr) return -1;
+    auto const size = static_cast<std::uint64_t>(m_volumes->image->size);
+    if (offset >= size) return 0;
+    count = static_cast<std::size_t>(std::min<std::uint64_t>(count, size - offset));
+    ssize_t const got =
+        tsk_img_read(m_volumes->image, static_cast<TSK_OFF_T>(offset), reinterpret_cast<char*>(buffer), count);
+    return got < 0 ? -1 : static_cast<std::int64_t>(got);
 }
 
 bool image_source::read(image_file const& file, std::uint32_t limit, std::vector<std::uint8_t>& bytes)

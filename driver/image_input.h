@@ -24,6 +24,18 @@ struct image_file {
     bool damaged = false; // the MFT entry could not be read
 };
 
+// A stretch of free clusters of a volume, in bytes from the start of the image.
+struct image_run {
+    std::uint64_t start = 0;
+    std::uint64_t length = 0;
+};
+
+// Where a volume lies: its start sector as the partition table gives it, and in bytes.
+struct volume_place {
+    std::uint64_t start_sector = 0;
+    std::uint64_t offset = 0;
+};
+
 class image_source {
 public:
     image_source();
@@ -35,11 +47,20 @@ public:
     // volume by volume, each folder's files sorted by name. False, with a
     // message on standard error naming what is missing, when no such folder
     // is found.
-    bool open(std::string const& path);
+    // With `folder_needed` false an image whose volumes have no Prefetch
+    // folder opens too.
+    bool open(std::string const& path, bool folder_needed = true);
     std::vector<image_file> const& files() const { return m_files; }
     // The first `limit` bytes of the file's data into bytes; false when a
     // read fails or comes up short.
     bool read(image_file const& file, std::uint32_t limit, std::vector<std::uint8_t>& bytes);
+
+    std::vector<volume_place> volume_places() const;
+    // The unallocated clusters of a volume, adjacent ones joined into one run.
+    std::vector<image_run> unallocated_runs(std::size_t volume) const;
+    // Up to count bytes of the image from offset: the count read, 0 at the
+    // image's end, -1 when the read fails.
+    std::int64_t read_at(std::uint64_t offset, std::uint8_t* buffer, std::size_t count);
 
 private:
     void list_volume(std::string const& path, std::size_t index);

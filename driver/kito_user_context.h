@@ -8,8 +8,8 @@
 #include "prefetch/decode_buffers.h"
 #include "prefetch/prefetch_entry.h"
 #include "reports/field_output.h"
-#include "reports/json_report.h"
 #include "reports/html_report.h"
+#include "reports/json_report.h"
 
 class kito_user_context : public cmd_params {
 public:

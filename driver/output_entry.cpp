@@ -121,8 +121,8 @@ void write_html_end(std::ostream& out, kito_user_context& context)
                                       {"Path hash matches no path", checks.path_hash_not_matched},
                                       {"Path hash not checked", checks.path_hash_unchecked}};
     for (finding const which : all_findings)
-        counts.push_back({std::string("Finding ") + finding_code(which),
-                          checks.with_finding[static_cast<std::size_t>(which)]});
+        counts.push_back(
+            {std::string("Finding ") + finding_code(which), checks.with_finding[static_cast<std::size_t>(which)]});
     write_html_end(out, context.m_html_page, counts);
 }
 

@@ -92,7 +92,7 @@ int decompress_image(kito_user_context& context)
 {
     make_directory(context.m_decompress_target);
     image_source source;
-    if (!source.open(context.m_image_path)) return -1;
+    if (!source.open(context.m_image_path, /*folder_needed=*/!context.m_unallocated)) return -1;
     int status = -1;
     decode_buffers buffers;
     for (image_file const& file : source.files()) {
@@ -107,6 +107,15 @@ int decompress_image(kito_user_context& context)
         }
         if (write_unpacked(decompressor, context.m_image_path, context.m_decompress_target + "/" + file.name))
             status = 0;
+    }
+    if (context.m_unallocated) {
+        std::uint64_t rejected = 0;
+        carve_unallocated(
+            source, context.m_image_path,
+            [&](carve_hit& hit, volume_place const&) {
+                if (write_carved_hit(hit, context.m_image_path, context.m_decompress_target)) status = 0;
+            },
+            rejected);
     }
     return status;
 }
