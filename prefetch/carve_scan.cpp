@@ -179,7 +179,8 @@ bool carve_scanner::next_chunk()
 {
     if (m_at_end && m_scan_end == m_length && m_started) return false;
     m_started = true;
-    std::memmove(m_buffer.data(), m_buffer.data() + m_scan_end, m_length - m_scan_end);
+    if (m_scan_end > 0 && m_length > m_scan_end)
+        std::memmove(m_buffer.data(), m_buffer.data() + m_scan_end, m_length - m_scan_end);
     m_length -= m_scan_end;
     m_start += m_scan_end;
     // Only the bytes in hand are kept, not a window grown for one large candidate.
