@@ -160,9 +160,12 @@ carve_scanner::carve_scanner(carve_read read, std::size_t chunk)
 // Reads until the window holds `size` bytes or the data ends. False on a read error.
 bool carve_scanner::fill_to(std::size_t size)
 {
-    if (m_buffer.size() < size) m_buffer.resize(size);
     while (m_length < size && !m_at_end) {
-        std::int64_t const got = m_read(m_start + m_length, m_buffer.data() + m_length, size - m_length);
+        // The window doubles as the data comes, so a short file never costs
+        // the largest span.
+        std::size_t const room = std::min(size, std::max(2 * m_length, m_length + m_chunk));
+        if (m_buffer.size() < room) m_buffer.resize(room);
+        std::int64_t const got = m_read(m_start + m_length, m_buffer.data() + m_length, room - m_length);
         if (got < 0) {
             m_read_failed = true;
             return false;
