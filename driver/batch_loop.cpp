@@ -2,6 +2,7 @@
 
 #include <unordered_map>
 
+#include "driver/carve_input.h"
 #include "driver/cmd_params.h"
 #include "driver/content_index.h"
 #include "driver/foundation_adapters.h"
@@ -34,7 +35,15 @@ bool separator_used(cmd_params const& options)
            !options.m_fmt_html && options.m_verbose;
 }
 
-// One item of a batch, after the filter: clear the last file, decode, report.
+} // namespace
+
+bool begin_batch_output(cmd_params const& options, std::ostream& out)
+{
+    bool const separator = separator_used(options);
+    if (separator) out << batch_separator;
+    return separator;
+}
+
 bool process_item(kito_user_context& context, std::ostream& out, evidence_item const& item, bool separator)
 {
     reset_decoded_entry(context);
@@ -49,6 +58,8 @@ bool process_item(kito_user_context& context, std::ostream& out, evidence_item c
     return outcome;
 }
 
+namespace {
+
 bool process_named_file(kito_user_context& context, std::ostream& out, std::string const& name, bool separator)
 {
     return process_item(context, out, file_evidence(expand_path_variables(name, /*allow_shadow_copy=*/true)),
@@ -62,8 +73,7 @@ bool process_batch(kito_user_context& context, std::ostream& out)
     time_range const range{context.m_start_bound, context.m_stop_bound};
     vlmportdir::stdin_stream_ex source(&range);
     if (!begin_batch_source(source, context)) return false;
-    bool const separator = separator_used(context);
-    if (separator) out << batch_separator;
+    bool const separator = begin_batch_output(context, out);
 
     bool outcome = false;
     file_info info;
@@ -85,8 +95,7 @@ bool process_volume_scan(kito_user_context& context, std::ostream& out)
     std::vector<std::string> paths;
     vlmportdir::list_paths(folder.c_str(), "*.pf", paths);
     if (paths.empty()) return false;
-    bool const separator = separator_used(context);
-    if (separator) out << batch_separator;
+    bool const separator = begin_batch_output(context, out);
     bool outcome = false;
     for (std::string const& path : paths) outcome = process_named_file(context, out, path, separator);
     return outcome;
@@ -94,7 +103,7 @@ bool process_volume_scan(kito_user_context& context, std::ostream& out)
 
 image_reading image_reading_of(cmd_params const& options)
 {
-    return {options.m_image_shadow_copies, options.m_image_deleted};
+    return {options.m_image_shadow_copies, options.m_image_deleted, options.m_unallocated};
 }
 
 bool image_item_wanted(kito_user_context const& context, evidence_item const& item)
@@ -117,7 +126,7 @@ namespace {
 // and names stay; the bytes are read again one at a time when reported. A
 // file of a size of its own, or that can't be read whole, gets no digest and
 // is compared with nothing: the reporting pass reads it as before.
-content_index index_contents(std::vector<evidence_item const*> const& wanted)
+content_index index_contents(std::vector<evidence_item const*> const& wanted, bool every_file)
 {
     std::unordered_map<std::uint64_t, std::size_t> sizes;
     for (evidence_item const* item : wanted) ++sizes[item->recorded_size];
@@ -126,7 +135,8 @@ content_index index_contents(std::vector<evidence_item const*> const& wanted)
     for (evidence_item const* item : wanted) {
         std::uint64_t const size = item->recorded_size;
         prefetch_entry scratch;
-        bool const whole = size > 0 && size <= read_limit && sizes[size] > 1 && item->read(buffers, scratch);
+        bool const whole =
+            size > 0 && size <= read_limit && (every_file || sizes[size] > 1) && item->read(buffers, scratch);
         contents.add(whole ? sha256_hex(buffers.file_bytes) : std::string(), item->display_name);
     }
     return contents;
@@ -155,9 +165,9 @@ bool process_image(kito_user_context& context, std::ostream& out)
     std::vector<evidence_item const*> wanted;
     for (evidence_item const& item : source.items())
         if (image_item_wanted(context, item)) wanted.push_back(&item);
-    content_index const contents = index_contents(wanted);
-    bool const separator = separator_used(context);
-    if (separator) out << batch_separator;
+    // Spans carved from free clusters are compared with every file's bytes.
+    content_index contents = index_contents(wanted, context.m_unallocated);
+    bool const separator = begin_batch_output(context, out);
     bool outcome = false;
     for (std::size_t i = 0; i < wanted.size(); ++i) {
         if (contents.duplicate(i)) {
@@ -177,6 +187,11 @@ bool process_image(kito_user_context& context, std::ostream& out)
         if (reported && context.m_entry.failure == decode_failure::none) note_version(context, item);
         outcome = reported;
     }
+    if (context.m_unallocated)
+        outcome = process_unallocated(context, out, source, separator, outcome, contents, [&](std::string const& name) {
+            if (context.m_entry.failure == decode_failure::none && (context.m_fmt_json || context.m_fmt_html))
+                context.m_history.add(context.m_entry, name);
+        });
     write_histories(context, out);
     return outcome;
 }

@@ -11,6 +11,12 @@ class cmd_params;
 struct evidence_item;
 class kito_user_context;
 
+// Writes the opening separator of a batch where the form has one; says
+// whether each reported file is followed by one.
+bool begin_batch_output(cmd_params const& options, std::ostream& out);
+// One item of a batch, after the filter: clears the last file, reads and
+// decodes the item, reports it under its name.
+bool process_item(kito_user_context& context, std::ostream& out, evidence_item const& item, bool separator);
 // -pipe wins over -enumdir. False when the walk cannot start.
 bool begin_batch_source(vlmportdir::stdin_stream_ex& source, cmd_params const& options);
 // The batch branch: outcome of the last file that passed the filter, false if none did.

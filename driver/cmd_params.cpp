@@ -68,6 +68,9 @@ void cmd_params::reset()
     m_image_given = false;
     m_image_shadow_copies = false;
     m_image_deleted = false;
+    m_carve_path.clear();
+    m_carve_given = false;
+    m_unallocated = false;
     m_os_product_version.clear();
     m_os_version_numbers[0] = m_os_version_numbers[1] = m_os_version_numbers[2] = 0;
     m_start_bound = {};

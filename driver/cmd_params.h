@@ -90,6 +90,9 @@ public:
     bool m_image_given = false;
     bool m_image_shadow_copies = false; // -vss: also every shadow copy of each volume
     bool m_image_deleted = false;       // -deleted: also the deleted entries of each Prefetch folder
+    std::string m_carve_path; // -carve: Prefetch files found by signature in any file
+    bool m_carve_given = false;
+    bool m_unallocated = false; // -unallocated: with -image, the free clusters of each volume too
     std::string m_os_product_version;
     std::uint32_t m_os_version_numbers[3] = {0, 0, 0};
     time_bound m_start_bound;

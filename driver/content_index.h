@@ -14,6 +14,8 @@ public:
     // not read whole) matches nothing.
     void add(std::string const& digest, std::string display_name);
     std::size_t size() const { return m_first.size(); }
+    // Whether bytes of this digest were added before (an empty one never was).
+    bool seen(std::string const& digest) const { return m_by_digest.count(digest) != 0; }
     // Whether file i holds the bytes of an earlier file.
     bool duplicate(std::size_t i) const { return i < m_first.size() && m_first[i] != i; }
     // The digest of file i as added.

@@ -31,8 +31,12 @@ bool help_requested(arg_list& list)
 // Which of the driver's modes the fields left by the option pass select.
 int run_mode(kito_user_context& context, arg_list const& list, std::ostream& results)
 {
+    if (context.m_unallocated && !context.m_image_given) {
+        std::fputs("invalid -unallocated without -image\n", stderr);
+        return -1;
+    }
     if (context.m_decompress_only) return run_decompress_mode(context, list);
-    if (context.m_pipe_input || context.m_enum_dir_given || context.m_image_given)
+    if (context.m_pipe_input || context.m_enum_dir_given || context.m_image_given || context.m_carve_given)
         return process_prefetch_files(context, results) ? 0 : -1;
     if (list.size() == 2) {
         context.m_file_path = expand_path_variables(list[1], /*allow_shadow_copy=*/true);

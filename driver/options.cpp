@@ -338,6 +338,11 @@ void take_batch_options(arg_list& list, cmd_params& options)
     }
     if (take_flag("-vss", list)) options.m_image_shadow_copies = true;
     if (take_flag("-deleted", list)) options.m_image_deleted = true;
+    if (take_value("-carve", value, list)) {
+        options.m_carve_path = expand_path_variables(value, /*allow_shadow_copy=*/true);
+        options.m_carve_given = true;
+    }
+    if (take_flag("-unallocated", list)) options.m_unallocated = true;
     take_number(list, "-num_subdirs", options.m_num_subdirs);
     if (take_flag("-profile", list)) options.m_profile = true;
     if (take_flag("-pipe", list)) options.m_pipe_input = true;

@@ -135,8 +135,8 @@ void write_html_end(std::ostream& out, kito_user_context& context)
     if (context.m_image_given)
         counts.insert(counts.begin() + 3, {"Duplicates (bytes reported at another place)", context.m_duplicates});
     for (finding const which : all_findings)
-        counts.push_back({std::string("Finding ") + finding_code(which),
-                          checks.with_finding[static_cast<std::size_t>(which)]});
+        counts.push_back(
+            {std::string("Finding ") + finding_code(which), checks.with_finding[static_cast<std::size_t>(which)]});
     write_html_end(out, context.m_html_page, counts);
 }
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "driver/batch_loop.h"
+#include "driver/carve_input.h"
 #include "driver/foundation_adapters.h"
 #include "driver/kito_user_context.h"
 #include "driver/output_entry.h"
@@ -19,7 +20,7 @@ constexpr std::uint32_t whole_file = 0xFFFFFFFFu;
 
 bool batch_asked(kito_user_context const& context)
 {
-    return context.m_pipe_input || context.m_enum_dir_given || context.m_image_given;
+    return context.m_pipe_input || context.m_enum_dir_given || context.m_image_given || context.m_carve_given;
 }
 
 std::string file_name_of(std::string const& path)
@@ -108,6 +109,7 @@ int decompress_image(kito_user_context& context)
         if (write_unpacked(decompressor, context.m_image_path, context.m_decompress_target + "/" + item.file_base_name))
             status = 0;
     }
+    if (context.m_unallocated) decompress_unallocated(context, source, status);
     return status;
 }
 
@@ -116,6 +118,7 @@ int decompress_image(kito_user_context& context)
 bool process_prefetch_files(kito_user_context& context, std::ostream& out)
 {
     if (context.m_scan_volume) return process_volume_scan(context, out);
+    if (context.m_carve_given) return process_carve(context, out);
     if (context.m_image_given) return process_image(context, out);
     if (batch_asked(context)) return process_batch(context, out);
     // A single file: the option pass has just cleared the context.
@@ -125,6 +128,7 @@ bool process_prefetch_files(kito_user_context& context, std::ostream& out)
 
 int run_decompress_mode(kito_user_context& context, arg_list const& list)
 {
+    if (context.m_carve_given) return decompress_carve(context);
     if (context.m_image_given) return decompress_image(context);
     return batch_asked(context) ? decompress_batch(context) : decompress_single(context, list);
 }

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "driver/output_entry.h"
 #include "foundation/uni_stdin_stream.h"
 #include "foundation/vlm_path_rules.h"
 

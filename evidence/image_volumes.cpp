@@ -40,7 +40,7 @@ bool image_volumes::open(std::string const& path, image_reading const& reading)
         return false;
     }
     for (std::size_t v = 0; v < m_image.volumes().size(); ++v) list_volume(path, v, reading);
-    if (!m_prefetch_found) {
+    if (!m_prefetch_found && !reading.unallocated) {
         std::fprintf(stderr, "no Prefetch folder in image %s\n", path.c_str());
         return false;
     }

@@ -17,6 +17,7 @@
 struct image_reading {
     bool shadow_copies = false; // -vss
     bool deleted = false;       // -deleted
+    bool unallocated = false;   // -unallocated: free clusters are scanned also where no Prefetch folder is left
 };
 
 class image_volumes {
@@ -29,6 +30,8 @@ public:
     // which must outlive them.
     bool open(std::string const& path, image_reading const& reading = {});
     std::vector<evidence_item> const& items() const { return m_items; }
+    // The image's NTFS volumes, for a scan of their free clusters.
+    disk_image const& image() const { return m_image; }
 
 private:
     bool open_image(std::string const& path);

@@ -218,3 +218,34 @@ std::vector<folder_name> disk_image::deleted_in_folder(std::size_t volume, std::
     tsk_fs_meta_walk(fs, fs->first_inum, fs->last_inum, TSK_FS_META_FLAG_UNALLOC, note_deleted, &walk);
     return walk.found;
 }
+
+namespace {
+
+struct free_walk {
+    std::uint64_t block_size = 0;
+    std::vector<byte_span> runs;
+};
+
+TSK_WALK_RET_ENUM note_free_block(TSK_FS_BLOCK const* block, void* context)
+{
+    auto& walk = *static_cast<free_walk*>(context);
+    std::uint64_t const start = block->addr * walk.block_size;
+    if (!walk.runs.empty() && walk.runs.back().start + walk.runs.back().length == start)
+        walk.runs.back().length += walk.block_size;
+    else walk.runs.push_back({start, walk.block_size});
+    return TSK_WALK_CONT;
+}
+
+} // namespace
+
+std::vector<byte_span> disk_image::unallocated_runs(std::size_t volume) const
+{
+    TSK_FS_INFO* fs = m_handles->file_systems.at(volume);
+    free_walk walk{fs->block_size, {}};
+    // Addresses only: the bytes are read later, a window at a time. The last
+    // block is the last one the image really holds.
+    auto const flags =
+        static_cast<TSK_FS_BLOCK_WALK_FLAG_ENUM>(TSK_FS_BLOCK_WALK_FLAG_UNALLOC | TSK_FS_BLOCK_WALK_FLAG_AONLY);
+    tsk_fs_block_walk(fs, fs->first_block, fs->last_block_act, flags, note_free_block, &walk);
+    return walk.runs;
+}

@@ -27,6 +27,12 @@ struct ntfs_file_facts {
     std::uint64_t created = 0, modified = 0, accessed = 0, entry_modified = 0;
 };
 
+// A stretch of bytes.
+struct byte_span {
+    std::uint64_t start = 0;
+    std::uint64_t length = 0;
+};
+
 // Where an NTFS volume lies in its image.
 struct ntfs_volume_place {
     std::uint64_t start_sector = 0; // as the partition table gives it, 0 without one
@@ -64,6 +70,9 @@ public:
     // The first `size` bytes of the entry's data; false when a read fails or
     // comes up short.
     bool read_file(std::size_t volume, std::uint64_t entry, std::uint64_t size, std::vector<std::uint8_t>& bytes) const;
+    // The stretches of unallocated clusters of a volume, adjacent ones joined,
+    // in bytes from the volume's start.
+    std::vector<byte_span> unallocated_runs(std::size_t volume) const;
     // The MFT entries not in use that a $FILE_NAME places in `folder`, with
     // data still recorded, and the longest of those names; in entry order.
     std::vector<folder_name> deleted_in_folder(std::size_t volume, std::uint64_t folder) const;

@@ -131,6 +131,20 @@ bool fileio::read(std::vector<std::uint8_t>& out, std::int64_t count, std::uint6
     return true;
 }
 
+std::int64_t fileio::read_at(std::uint8_t* buffer, std::size_t count, std::uint64_t offset)
+{
+    if (!m_is_open || m_is_directory || m_memory_mode || buffer == nullptr) return -1;
+    std::size_t done = 0;
+    while (done < count) {
+        ssize_t const got = ::pread(m_descriptor, buffer + done, count - done, static_cast<off_t>(offset + done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return -1;
+        if (got == 0) break;
+        done += static_cast<std::size_t>(got);
+    }
+    return static_cast<std::int64_t>(done);
+}
+
 bool fileio::append(std::uint8_t const* data, std::uint32_t count)
 {
     if (!m_is_open || data == nullptr) return false;

@@ -31,6 +31,11 @@ public:
     bool open(std::string const& path, bool write, bool truncate);
     // Up to count bytes from offset into out; false at or past the end, for a folder, or when a read fails.
     bool read(std::vector<std::uint8_t>& out, std::int64_t count, std::uint64_t offset);
+    // Up to count bytes from offset into buffer, whatever size the file
+    // claims (a disk device claims none): the count read, 0 at the end, -1
+    // when a read fails or the file is a folder.
+    std::int64_t read_at(std::uint8_t* buffer, std::size_t count, std::uint64_t offset);
+    bool is_directory() const { return m_is_directory; }
     // Writes all the bytes at the end; false on a short or failed write.
     bool append(std::uint8_t const* data, std::uint32_t count);
     bool append(std::vector<std::uint8_t> const& data);

@@ -33,5 +33,8 @@ struct check_tally {
     std::uint64_t path_hash_hosting_program = 0;
     std::uint64_t path_hash_unchecked = 0;                         // no path names the program
     std::array<std::uint64_t, all_findings.size()> with_finding{}; // files, by finding
+    // Carving runs only: signatures found whose header failed.
+    bool carving = false;
+    std::uint64_t carve_rejected = 0;
 };
 void count_checks(check_tally& tally, prefetch_entry const& entry, std::vector<finding> const& found);

@@ -707,6 +707,8 @@ void container_decompressor::reset()
     m_output.clear();
     m_output_pos = 0;
     m_table_ready = false;
+    m_consumed = 0;
+    m_block_failed = false;
 }
 
 void container_decompressor::trim(std::size_t kept)
@@ -749,6 +751,8 @@ bool container_decompressor::decompress_container(std::uint8_t const* data, std:
         return false;
     }
     m_output_pos = 0;
+    m_consumed = 0;
+    m_block_failed = false;
     if (m_output.empty()) return false;
     return decode_blocks(data, size, position);
 }
@@ -774,9 +778,12 @@ bool container_decompressor::decode_blocks(std::uint8_t const* data, std::int32_
         }
         std::size_t consumed = 0;
         if (!decode_huffman_block(consumed, data + position, static_cast<std::size_t>(size - position)) ||
-            consumed == 0)
+            consumed == 0) {
+            m_block_failed = true;
             break;
+        }
         position += m_kind == container_mem0 ? block_size : static_cast<std::int64_t>(consumed);
+        m_consumed = static_cast<std::size_t>(std::clamp<std::int64_t>(position, 0, size));
     }
     // A failed block keeps what was made: the rest of the output stays zero.
     return true;

@@ -32,6 +32,12 @@ public:
     std::vector<std::uint8_t>& output() { return m_output; }
     std::uint32_t kind() const { return m_kind; }
     bool table_ready() const { return m_table_ready; }
+    // How far the last Huffman container got: the input bytes its blocks
+    // took (the 8-byte header included), the output bytes made, and whether
+    // a block failed or took nothing, which ended the loop early.
+    std::size_t consumed() const { return m_consumed; }
+    std::uint32_t produced() const { return m_output_pos; }
+    bool block_failed() const { return m_block_failed; }
 
 private:
     bool build_code_table(std::uint8_t const* block, std::size_t length);
@@ -53,4 +59,6 @@ private:
     std::vector<std::uint8_t> m_output;
     std::uint32_t m_output_pos = 0;
     bool m_table_ready = false;
+    std::size_t m_consumed = 0;
+    bool m_block_failed = false;
 };

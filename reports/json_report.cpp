@@ -157,10 +157,20 @@ void add_image_location(json_object& record, prefetch_entry const& e)
     if (!image.present) return;
     json_object place;
     place.text("path", image.image_path).number("partition_offset", image.partition_offset);
-    place.number("mft_entry", image.mft_entry).number("mft_sequence", image.mft_sequence);
+    // A span carved from free clusters belongs to no MFT entry.
+    place.raw("mft_entry", image.mft_entry_known ? json_number(image.mft_entry) : "null");
+    place.raw("mft_sequence", image.mft_entry_known ? json_number(image.mft_sequence) : "null");
     place.text("path_in_volume", image.path_in_volume).text("source", source_name(image.source));
     record.raw("image", place.raw("shadow_copy", shadow_copy_json(image.shadow_copy)).close());
     record.raw("same_bytes_at", json_array(e.same_bytes_at, json_string));
+}
+
+// Where a carved file lay in the scanned file or image; nothing for other files.
+void add_carved_span(json_object& record, carved_span const& carved)
+{
+    if (!carved.present) return;
+    json_object span;
+    record.raw("carved", span.number("offset", carved.offset).number("length", carved.length).close());
 }
 
 void add_hashes(json_object& record, report_subject const& file)
@@ -229,6 +239,7 @@ void put_prefetch_record(std::ostream& out, report_subject const& file, report_s
     record.text("record", "prefetch");
     add_input(record, file);
     add_image_location(record, e);
+    add_carved_span(record, e.carved);
     record.number("format_version", e.format_version).text("label", file.version_label);
     record.raw("container", e.container_kinds.empty() ? "null" : json_string(container_names(e.container_kinds)))
         .number("decoded_size", e.decoded_size);
@@ -263,6 +274,7 @@ json_object error_record(report_subject const& file, report_settings const& sett
     add_sha256(record, file.entry);
     record.text("error", failure_reason(file.entry.failure));
     add_image_location(record, file.entry);
+    add_carved_span(record, file.entry.carved);
     add_examiner_tags(record, settings);
     return record;
 }
@@ -329,6 +341,7 @@ void write_json_summary(std::ostream& out, std::uint64_t files, std::uint64_t re
     record.number("path_hash_not_matched", tally.path_hash_not_matched);
     record.number("path_hash_hosting_program", tally.path_hash_hosting_program);
     record.number("path_hash_unchecked", tally.path_hash_unchecked);
+    if (tally.carving) record.number("carve_rejected", tally.carve_rejected);
     json_object by_finding;
     for (finding const which : all_findings)
         by_finding.number(finding_code(which), tally.with_finding[static_cast<std::size_t>(which)]);

@@ -267,4 +267,33 @@ TEST_F(image_cli_test, decompress_to_unpacks_the_containers_of_an_image)
     EXPECT_NE(p.err.find("Prob decoding file " + images + "/disk.E01@2048:/Windows/Prefetch/CALC"), std::string::npos);
 }
 
+// Free clusters: exactly the deleted files whose bytes the volume still holds,
+// where they lay, each with the report of the file before it was deleted; the
+// file still in the folder once, as a file of the folder.
+TEST_F(image_cli_test, unallocated_finds_the_intact_deleted_files)
+{
+    std::map<std::string, json> before, found;
+    for (json record : file_records(run_kito({"-image", images + "/freed-before.raw", "-json"}).out))
+        before[record["file_name"]] = record;
+    std::istringstream intact(read_file(images + "/freed.expect"));
+    std::map<std::uint64_t, std::string> wanted, seen;
+    std::string name;
+    for (std::uint64_t offset = 0; intact >> name >> offset;) wanted[offset] = name;
+    ASSERT_FALSE(wanted.empty());
+    for (json record : file_records(run_kito({"-image", images + "/freed.raw", "-unallocated", "-json"}).out)) {
+        if (!record.contains("carved")) {
+            EXPECT_EQ(record["file_name"], "NOTEPAD.EXE-336351A9.pf");
+            continue;
+        }
+        std::uint64_t const offset = record["carved"]["offset"];
+        EXPECT_EQ(record["path"], images + "/freed.raw@0:carved@" + std::to_string(offset));
+        EXPECT_EQ(record["image"]["source"], "unallocated");
+        EXPECT_TRUE(record["image"]["mft_entry"].is_null());
+        json original = before[seen[offset] = wanted[offset]];
+        for (std::string const key : data.at("carved_only")) record.erase(key), original.erase(key);
+        EXPECT_EQ(record, original) << offset;
+    }
+    EXPECT_EQ(seen, wanted);
+}
+
 } // namespace

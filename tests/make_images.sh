@@ -142,5 +142,38 @@ prefetch=$(fls "$out/volume.raw" "$prefetch" | awk '/\tPrefetch$/ {print $2}' | 
 entry=$(fls "$out/volume.raw" "$prefetch" | awk '/\tCMD.EXE/ {print $2}' | cut -d- -f1)
 mft_cluster=$(istat "$out/volume.raw" 0 | awk '/^Type: \$DATA/ {getline; print $1; exit}')
 printf 'XX' | dd of="$out/damaged-entry.raw" bs=1 seek=$((mft_cluster * 4096 + entry * 1024 + 510)) conv=notrunc status=none
+# Free clusters: Prefetch files written (the containers padded past what an
+# MFT entry holds), their first clusters read with istat, some deleted and
+# their MFT entries reused by small files, one of the deleted ones then
+# overwritten. freed-before.raw keeps the volume as it was; freed.expect
+# lists the deleted files whose clusters stay intact, with their offsets.
+new_volume "$out/freed.raw"
+ntfs-3g "$out/freed.raw" "$mnt"
+mkdir -p "$mnt/Windows/Prefetch"
+for name in NOTEPAD.EXE-336351A9.pf CMD.EXE-4A81B364.pf CALC.EXE-77FDF17F.pf; do
+    cp "$samples/$name" "$mnt/Windows/Prefetch/$name"
+done
+for name in MSPAINT.EXE-8F2A1C3D.pf WORDPAD.EXE-2B4E7D19.pf; do
+    { cat "$samples/$name"; head -c 3000 /dev/zero; } > "$mnt/Windows/Prefetch/$name"
+done
+umount "$mnt"
+cp "$out/freed.raw" "$out/freed-before.raw"
+first_cluster() { istat "$out/freed.raw" "$(ifind -n "/Windows/Prefetch/$1" "$out/freed.raw")" | awk '/^Type: \$DATA/ {getline; print $1; exit}'; }
+declare -A at
+for name in CMD.EXE-4A81B364.pf MSPAINT.EXE-8F2A1C3D.pf WORDPAD.EXE-2B4E7D19.pf CALC.EXE-77FDF17F.pf; do
+    at[$name]=$(($(first_cluster "$name") * 4096))
+done
+ntfs-3g "$out/freed.raw" "$mnt"
+rm "$mnt/Windows/Prefetch/"{CMD.EXE-4A81B364,MSPAINT.EXE-8F2A1C3D,WORDPAD.EXE-2B4E7D19,CALC.EXE-77FDF17F}.pf
+for n in 1 2 3 4; do echo "small file $n" > "$mnt/Windows/new$n.txt"; done
+umount "$mnt"
+dd if=/dev/zero of="$out/freed.raw" bs=4096 seek=$((at[CALC.EXE-77FDF17F.pf] / 4096)) count=1 conv=notrunc status=none
+# Intact: the volume still holds the file's bytes where they were (a growing
+# folder index may have taken the clusters of another).
+: > "$out/freed.expect"
+for name in "${!at[@]}"; do
+    size=$(stat -c %s "$samples/$name")
+    cmp -s -n "$size" "$samples/$name" <(tail -c +$((at[$name] + 1)) "$out/freed.raw") && echo "$name ${at[$name]}" >> "$out/freed.expect"
+done
 bash "$(dirname "$0")/make_vss_images.sh" "$out" "$versions"
 echo "images made"
