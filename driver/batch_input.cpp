@@ -1,10 +1,16 @@
 #include "driver/batch_input.h"
 
+#include <algorithm>
+#include <functional>
+#include <mutex>
+#include <thread>
+
 #include "driver/cmd_params.h"
 #include "driver/foundation_adapters.h"
 #include "driver/image_input.h"
 #include "driver/kito_user_context.h"
 #include "driver/output_entry.h"
+#include "foundation/ordered_work.h"
 #include "foundation/vlm_portable_dir.h"
 #include "foundation/vlm_string.h"
 #include "foundation/vlm_time.h"
@@ -129,26 +135,62 @@ bool separator_used(cmd_params const& options)
            !options.m_fmt_html && options.m_verbose;
 }
 
-// One input of a batch, after the filter: clear the last file, decode, report.
-bool process_input(kito_user_context& context, std::ostream& out, std::string const& path, bool separator,
-                   input_loader const& load)
+// One input of a batch, after the filter: the name its report shows, and how
+// its bytes are read.
+struct batch_input {
+    std::string path;
+    input_reader read;
+};
+
+bool read_named_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry, std::string& label)
 {
-    reset_decoded_entry(context);
-    context.m_file_path = path;
-    std::string folder;
-    if (!split_path(context.m_file_path, folder, context.m_file_base_name))
-        context.m_file_base_name = context.m_file_path;
-    context.diag_line(context.m_file_path);
-    bool outcome = output_prefetch_entry(out, context, load);
-    // A failed file leaves no separator: its messages stand on standard error.
-    if (separator && outcome) out << batch_separator;
-    return outcome;
+    return load_prefetch_file(path, buffers, entry, label);
 }
 
-bool process_named_file(kito_user_context& context, std::ostream& out, std::string const& name, bool separator)
+// Gives the next input of a batch; false at its end.
+using input_source = std::function<bool(batch_input&)>;
+
+// Files in flight per decoding thread: enough that a slow file holds up no
+// thread, few enough that memory stays that of a handful of files.
+constexpr std::size_t files_per_thread = 2;
+
+// -threads, or one a core; never more than max_threads.
+constexpr unsigned max_threads = 256;
+unsigned decoding_threads(cmd_params const& options)
 {
-    return process_input(context, out, expand_path_variables(name, /*allow_shadow_copy=*/true), separator,
-                         [](kito_user_context& c) { return load_prefetch_file(c); });
+    if (options.m_thread_count != 0) return std::min(options.m_thread_count, max_threads);
+    return std::clamp(std::thread::hardware_concurrency(), 1u, max_threads);
+}
+
+// The loop of every batch: inputs read and decoded on the threads that
+// -threads asks for, reported in input order by this thread, with what one
+// thread alone would write, to the byte. The outcome is the last file's.
+bool run_batch(kito_user_context& context, std::ostream& out, input_source const& next)
+{
+    bool const separator = separator_used(context);
+    if (separator) out << batch_separator;
+    unsigned const threads = decoding_threads(context);
+    std::vector<decode_buffers> buffers(threads);
+    for (decode_buffers& b : buffers) b.wants = wants_of(context);
+    struct item {
+        batch_input input;
+        decoded_input result;
+    };
+    bool outcome = false;
+    run_in_order<item>(
+        threads, files_per_thread * threads, [&](item& i) { return next(i.input); },
+        [&](item& i, unsigned worker) { decode_input(i.result, i.input.path, i.input.read, buffers[worker]); },
+        [&](item& i) {
+            context.m_file_path = i.input.path;
+            std::string folder;
+            if (!split_path(context.m_file_path, folder, context.m_file_base_name))
+                context.m_file_base_name = context.m_file_path;
+            context.diag_line(context.m_file_path);
+            outcome = report_decoded_input(out, context, i.result);
+            // A failed file leaves no separator: its messages stand on standard error.
+            if (separator && outcome) out << batch_separator;
+        });
+    return outcome;
 }
 
 } // namespace
@@ -157,20 +199,19 @@ bool process_batch(kito_user_context& context, std::ostream& out)
 {
     vlmportdir::stdin_stream_ex source(&context);
     if (!begin_batch_source(source, context)) return false;
-    bool const separator = separator_used(context);
-    if (separator) out << batch_separator;
-
-    bool outcome = false;
     file_info info;
     std::string name;
-    while (source.next_file(name, /*trim=*/true)) {
-        if (name.empty()) continue;
-        // The filter sees the name as it came, before %NAME% is expanded.
-        info = file_info{};
-        if (!matches_filter(context, name, context.m_filter_list, &info, /*stream_mode=*/false)) continue;
-        outcome = process_named_file(context, out, name, separator);
-    }
-    return outcome;
+    return run_batch(context, out, [&](batch_input& input) {
+        while (source.next_file(name, /*trim=*/true)) {
+            if (name.empty()) continue;
+            // The filter sees the name as it came, before %NAME% is expanded.
+            info = file_info{};
+            if (!matches_filter(context, name, context.m_filter_list, &info, /*stream_mode=*/false)) continue;
+            input = {expand_path_variables(name, /*allow_shadow_copy=*/true), read_named_file};
+            return true;
+        }
+        return false;
+    });
 }
 
 bool process_volume_scan(kito_user_context& context, std::ostream& out)
@@ -180,11 +221,12 @@ bool process_volume_scan(kito_user_context& context, std::ostream& out)
     std::vector<std::string> paths;
     vlmportdir::list_paths(folder.c_str(), "*.pf", paths);
     if (paths.empty()) return false;
-    bool const separator = separator_used(context);
-    if (separator) out << batch_separator;
-    bool outcome = false;
-    for (std::string const& path : paths) outcome = process_named_file(context, out, path, separator);
-    return outcome;
+    std::size_t at = 0;
+    return run_batch(context, out, [&](batch_input& input) {
+        if (at == paths.size()) return false;
+        input = {expand_path_variables(paths[at++], /*allow_shadow_copy=*/true), read_named_file};
+        return true;
+    });
 }
 
 bool image_file_wanted(kito_user_context const& context, image_file const& file)
@@ -203,15 +245,23 @@ bool process_image(kito_user_context& context, std::ostream& out)
 {
     image_source source;
     if (!source.open(context.m_image_path)) return false;
-    bool const separator = separator_used(context);
-    if (separator) out << batch_separator;
-    bool outcome = false;
-    for (image_file const& file : source.files()) {
-        if (!image_file_wanted(context, file)) continue;
-        outcome = process_input(context, out, file.display_name, separator, [&](kito_user_context& c) {
-            return read_image_file(source, file, c.m_buffers, c.m_entry) &&
-                   decode_input_bytes(c.m_buffers, c.m_entry, c.m_version_label);
-        });
-    }
-    return outcome;
+    // The image library reads for one thread at a time; decoding goes on beside it.
+    std::mutex image_lock;
+    std::vector<image_file> const& files = source.files();
+    std::size_t at = 0;
+    return run_batch(context, out, [&](batch_input& input) {
+        while (at < files.size() && !image_file_wanted(context, files[at])) ++at;
+        if (at == files.size()) return false;
+        image_file const& file = files[at++];
+        input.path = file.display_name;
+        input.read = [&source, &file, &image_lock](std::string const&, decode_buffers& buffers, prefetch_entry& entry,
+                                                   std::string& label) {
+            {
+                std::lock_guard<std::mutex> const guard(image_lock);
+                if (!read_image_file(source, file, buffers, entry)) return false;
+            }
+            return decode_input_bytes(buffers, entry, label);
+        };
+        return true;
+    });
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "driver/ewf_segments.h"
+#include "foundation/problem_messages.h"
 #include "foundation/vlm_string.h"
 #include "prefetch/byte_reader.h"
 #include "prefetch/decode_chain.h"
@@ -232,6 +233,6 @@ bool read_image_file(image_source& source, image_file const& file, decode_buffer
                             : entry.failure == decode_failure::empty_file ? ": empty file"
                             : entry.failure == decode_failure::too_large  ? ": larger than 16 MiB"
                                                                           : library_error();
-    std::fprintf(stderr, "prob reading file %s%s\n", file.display_name.c_str(), why.c_str());
+    print_problem("prob reading file %s%s\n", file.display_name.c_str(), why.c_str());
     return false;
 }
