@@ -100,7 +100,11 @@ bool report_decoded_input(std::ostream& out, kito_user_context& context, decoded
     context.m_entry = std::move(input.entry);
     if (!input.version_label.empty()) context.m_version_label = input.version_label;
     std::fputs(input.messages.c_str(), stderr);
-    return counted_report(out, context, input.decoded, input.threw);
+    bool const reported = counted_report(out, context, input.decoded, input.threw);
+    // Nothing reads a file's entry after its report: letting it go keeps the
+    // files alive at once to those in flight.
+    context.m_entry = prefetch_entry{};
+    return reported;
 }
 
 bool write_text_report(std::ostream& out, kito_user_context& context)
