@@ -160,6 +160,7 @@ public:
         }
     }
 
+    bool searching() const { return m_searching; }
     bool found_in(byte_view units)
     {
         if (!m_searching) return false;
@@ -205,6 +206,7 @@ bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name
         // the executable's path. An empty name is contained in every string.
         if (search.found_in(units)) exe_name_wide = widen_units(units);
         if (keep_names) file_strings.emplace(key, unit_text(units));
+        else if (!search.searching()) break; // the path is all that is wanted of them
         if (metrics_count == ordinal) break;
     }
     return true;
