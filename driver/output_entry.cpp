@@ -84,11 +84,11 @@ decode_wants wants_of(kito_user_context const& options)
     return {.digest = false, .file_names = names, .volume_directories = text, .path_hash = false};
 }
 
-void decode_input(decoded_input& input, std::string const& path, input_reader const& read, decode_buffers& buffers)
+void decode_input(decoded_input& input, evidence_item const& item, input_reader const& read, decode_buffers& buffers)
 {
     problem_capture const capture(input.messages);
     try {
-        input.decoded = read(path, buffers, input.entry, input.version_label);
+        input.decoded = read(item, buffers, input.entry, input.version_label);
     } catch (...) {
         input.threw = true;
     }

@@ -7,13 +7,14 @@
 #include <string>
 
 #include "driver/kito_user_context.h"
+#include "evidence/evidence_item.h"
 #include "reports/report_texts.h"
 
 // Reads one input into context.m_buffers and m_entry and decodes it.
 using input_loader = std::function<bool(kito_user_context&)>;
-// Reads the input at a path (or display name) into the buffers and decodes it
-// into the entry and version label, touching nothing else.
-using input_reader = std::function<bool(std::string const& path, decode_buffers&, prefetch_entry&, std::string&)>;
+// Reads an item's bytes into the buffers and decodes them into the entry and
+// version label, touching nothing else.
+using input_reader = std::function<bool(evidence_item const&, decode_buffers&, prefetch_entry&, std::string&)>;
 
 // One input decoded apart from the context, on any thread: all that its
 // report then needs.
@@ -31,8 +32,8 @@ bool output_prefetch_entry(std::ostream& out, kito_user_context& context);
 bool output_prefetch_entry(std::ostream& out, kito_user_context& context, input_loader const& load);
 // What the run's form prints of a file, and so what decoding must do.
 decode_wants wants_of(kito_user_context const& options);
-// Decodes the input at `path` with `read`, catching everything, its messages kept.
-void decode_input(decoded_input& input, std::string const& path, input_reader const& read, decode_buffers& buffers);
+// Decodes the item with `read`, catching everything, its messages kept.
+void decode_input(decoded_input& input, evidence_item const& item, input_reader const& read, decode_buffers& buffers);
 // The report of a decoded input over the context, with its messages first, as
 // output_prefetch_entry would have made it; the caller has set the file's path.
 bool report_decoded_input(std::ostream& out, kito_user_context& context, decoded_input& input);

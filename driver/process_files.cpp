@@ -3,11 +3,11 @@
 #include <cstdio>
 #include <vector>
 
-#include "driver/batch_input.h"
+#include "driver/batch_loop.h"
 #include "driver/foundation_adapters.h"
-#include "driver/image_input.h"
 #include "driver/kito_user_context.h"
 #include "driver/output_entry.h"
+#include "evidence/image_volumes.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_path_rules.h"
 #include "prefetch/container_decompressor.h"
@@ -69,7 +69,8 @@ int decompress_single(kito_user_context& context, arg_list const& list)
 int decompress_batch(kito_user_context& context)
 {
     make_directory(context.m_decompress_target);
-    vlmportdir::stdin_stream_ex source(&context);
+    time_range const range{context.m_start_bound, context.m_stop_bound};
+    vlmportdir::stdin_stream_ex source(&range);
     if (!begin_batch_source(source, context)) return -1;
     int status = -1;
     std::string name;
@@ -90,21 +91,21 @@ int decompress_batch(kito_user_context& context)
 int decompress_image(kito_user_context& context)
 {
     make_directory(context.m_decompress_target);
-    image_source source;
+    image_volumes source;
     if (!source.open(context.m_image_path)) return -1;
     int status = -1;
     decode_buffers buffers;
-    for (image_file const& file : source.files()) {
+    for (evidence_item const& item : source.items()) {
         prefetch_entry entry;
         // A name from the image never leads out of the target folder.
-        if (file.name.find('/') != std::string::npos || !image_file_wanted(context, file)) continue;
-        if (!read_image_file(source, file, buffers, entry)) continue;
+        if (item.file_base_name.find('/') != std::string::npos || !image_item_wanted(context, item)) continue;
+        if (!item.read(buffers, entry)) continue;
         container_decompressor decompressor;
         if (!decompressor.decompress_container(buffers.file_bytes)) {
-            std::fprintf(stderr, "Prob decoding file %s \n", file.display_name.c_str());
+            std::fprintf(stderr, "Prob decoding file %s \n", item.display_name.c_str());
             continue;
         }
-        if (write_unpacked(decompressor, context.m_image_path, context.m_decompress_target + "/" + file.name))
+        if (write_unpacked(decompressor, context.m_image_path, context.m_decompress_target + "/" + item.file_base_name))
             status = 0;
     }
     return status;

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 
-#include "driver/batch_input.h"
+#include "evidence/batch_input.h"
 #include "support/run_process.h"
 #include "support/test_table.h"
 

@@ -1,4 +1,4 @@
-#include "driver/ewf_segments.h"
+#include "evidence/ewf_segments.h"
 
 #include <array>
 #include <cstdint>

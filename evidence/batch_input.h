@@ -1,10 +1,8 @@
 #pragma once
-// The source of a batch: names from standard input (-pipe) or from a walk of
-// a folder (-enumdir), behind one stream, and the loop that feeds them to the
-// decoder one at a time.
+// The names of a batch: from standard input (-pipe) or from a walk of a
+// folder (-enumdir), behind one stream.
 #include <cstdint>
 #include <deque>
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,15 +10,12 @@
 #include "foundation/uni_stdin_stream.h"
 #include "foundation/vlm_path_rules.h"
 
-class cmd_params;
-struct image_file;
-class kito_user_context;
-
 namespace vlmportdir {
 
 class stdin_stream_ex : public uni::stdin_stream {
 public:
-    explicit stdin_stream_ex(cmd_params* context);
+    // `range` is the time range of the walk's own filter test; may be null.
+    explicit stdin_stream_ex(time_range const* range);
 
     void reset();
     void begin_pipe();
@@ -42,19 +37,7 @@ private:
     std::uint32_t m_depth_limit = 1;
     std::vector<filter_entry> m_filters;
     bool m_walking = false;
-    cmd_params* m_context = nullptr;
+    time_range const* m_range = nullptr;
 };
 
 } // namespace vlmportdir
-
-// -pipe wins over -enumdir. False when the walk cannot start.
-bool begin_batch_source(vlmportdir::stdin_stream_ex& source, cmd_params const& options);
-// The batch branch: outcome of the last file that passed the filter, false if none did.
-bool process_batch(kito_user_context& context, std::ostream& out);
-// -image: the files of every Prefetch folder of the image that pass -filter
-// ("*.pf" without one) and the time range, read and decoded one at a time.
-bool process_image(kito_user_context& context, std::ostream& out);
-// Whether a file listed in an image passes the filter and the time range.
-bool image_file_wanted(kito_user_context const& context, image_file const& file);
-// The volume scan: every "*.pf" of the volume's Prefetch folder, unfiltered.
-bool process_volume_scan(kito_user_context& context, std::ostream& out);
