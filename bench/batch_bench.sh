@@ -4,7 +4,9 @@
 #   compressed mixed;
 # - the MAM folder: 2,100 copies of the Windows 10 files, all "MAM" containers.
 # Each folder is read with cat, then with kito -pipe in the text and -csv
-# forms (the corpus folder also with -json, which a kito without it ignores).
+# forms (the corpus folder also with -json, which a kito without it ignores),
+# each on every core (the default) and, for the forms the targets name, on
+# one thread (-threads 1, which a kito without it ignores).
 # Given more than one kito (say the build before a change and the one
 # after), all of them run side by side in the same session. Each time is the
 # best of several rounds; the table shows files per second and the ratio to cat.
@@ -85,5 +87,5 @@ bench_folder() {
 kitos="$*"
 k=0
 for kito in $kitos; do k=$((k + 1)); echo "[$k] $kito"; done
-bench_folder "corpus folder" "$work/corpus" "" "-csv" "-json"
-bench_folder "MAM folder" "$work/mam" "-csv" ""
+bench_folder "corpus folder" "$work/corpus" "" "-threads 1" "-csv" "-json"
+bench_folder "MAM folder" "$work/mam" "-csv" "-csv -threads 1" ""

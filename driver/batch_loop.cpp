@@ -1,5 +1,9 @@
 #include "driver/batch_loop.h"
 
+#include <algorithm>
+#include <functional>
+#include <mutex>
+#include <thread>
 #include <unordered_map>
 
 #include "driver/carve_input.h"
@@ -10,6 +14,7 @@
 #include "driver/output_entry.h"
 #include "evidence/file_source.h"
 #include "evidence/image_volumes.h"
+#include "foundation/ordered_work.h"
 #include "foundation/sha256.h"
 #include "foundation/vlm_portable_dir.h"
 #include "foundation/vlm_time.h"
@@ -35,6 +40,62 @@ bool separator_used(cmd_params const& options)
            !options.m_fmt_html && options.m_verbose;
 }
 
+// Gives the next item of a batch; false at its end.
+using item_source = std::function<bool(evidence_item&)>;
+
+// Files in flight per decoding thread: enough that a slow file holds up no
+// thread, few enough that memory stays that of a handful of files.
+constexpr std::size_t files_per_thread = 2;
+
+// -threads, or one a core; never more than max_threads.
+constexpr unsigned max_threads = 256;
+unsigned decoding_threads(cmd_params const& options)
+{
+    if (options.m_thread_count != 0) return std::min(options.m_thread_count, max_threads);
+    return std::clamp(std::thread::hardware_concurrency(), 1u, max_threads);
+}
+
+bool read_and_decode(evidence_item const& item, decode_buffers& buffers, prefetch_entry& entry, std::string& label)
+{
+    return item.read(buffers, entry) && decode_input_bytes(buffers, entry, label);
+}
+
+// The report of one decoded item over the context, followed by the separator
+// where the form has one.
+bool report_item(kito_user_context& context, std::ostream& out, evidence_item const& item, decoded_input& input,
+                 bool separator, decoded_note const& note)
+{
+    context.m_file_path = item.display_name;
+    context.m_file_base_name = item.file_base_name;
+    context.diag_line(context.m_file_path);
+    if (note && input.decoded && input.entry.failure == decode_failure::none) note(item, input.entry);
+    bool const outcome = report_decoded_input(out, context, input);
+    // A failed file leaves no separator: its messages stand on standard error.
+    if (separator && outcome) out << batch_separator;
+    return outcome;
+}
+
+// The loop of every batch: items read and decoded on the threads that
+// -threads asks for, reported in input order by this thread, with what one
+// thread alone would write, to the byte. The outcome is the last file's.
+bool run_batch(kito_user_context& context, std::ostream& out, item_source const& next, bool separator,
+               decoded_note const& note = {})
+{
+    unsigned const threads = decoding_threads(context);
+    std::vector<decode_buffers> buffers(threads);
+    for (decode_buffers& b : buffers) b.wants = wants_of(context);
+    struct work_item {
+        evidence_item input;
+        decoded_input result;
+    };
+    bool outcome = false;
+    run_in_order<work_item>(
+        threads, files_per_thread * threads, [&](work_item& i) { return next(i.input); },
+        [&](work_item& i, unsigned worker) { decode_input(i.result, i.input, read_and_decode, buffers[worker]); },
+        [&](work_item& i) { outcome = report_item(context, out, i.input, i.result, separator, note); });
+    return outcome;
+}
+
 } // namespace
 
 bool begin_batch_output(cmd_params const& options, std::ostream& out)
@@ -44,29 +105,14 @@ bool begin_batch_output(cmd_params const& options, std::ostream& out)
     return separator;
 }
 
-bool process_item(kito_user_context& context, std::ostream& out, evidence_item const& item, bool separator)
+bool process_item(kito_user_context& context, std::ostream& out, evidence_item const& item, bool separator,
+                  decoded_note const& note)
 {
-    reset_decoded_entry(context);
-    context.m_file_path = item.display_name;
-    context.m_file_base_name = item.file_base_name;
-    context.diag_line(context.m_file_path);
-    bool outcome = output_prefetch_entry(out, context, [&item](kito_user_context& c) {
-        return item.read(c.m_buffers, c.m_entry) && decode_input_bytes(c.m_buffers, c.m_entry, c.m_version_label);
-    });
-    // A failed file leaves no separator: its messages stand on standard error.
-    if (separator && outcome) out << batch_separator;
-    return outcome;
+    context.m_buffers.wants = wants_of(context);
+    decoded_input input;
+    decode_input(input, item, read_and_decode, context.m_buffers);
+    return report_item(context, out, item, input, separator, note);
 }
-
-namespace {
-
-bool process_named_file(kito_user_context& context, std::ostream& out, std::string const& name, bool separator)
-{
-    return process_item(context, out, file_evidence(expand_path_variables(name, /*allow_shadow_copy=*/true)),
-                        separator);
-}
-
-} // namespace
 
 bool process_batch(kito_user_context& context, std::ostream& out)
 {
@@ -74,18 +120,22 @@ bool process_batch(kito_user_context& context, std::ostream& out)
     vlmportdir::stdin_stream_ex source(&range);
     if (!begin_batch_source(source, context)) return false;
     bool const separator = begin_batch_output(context, out);
-
-    bool outcome = false;
     file_info info;
     std::string name;
-    while (source.next_file(name, /*trim=*/true)) {
-        if (name.empty()) continue;
-        // The filter sees the name as it came, before %NAME% is expanded.
-        info = file_info{};
-        if (!matches_filter(context, name, context.m_filter_list, &info, /*stream_mode=*/false)) continue;
-        outcome = process_named_file(context, out, name, separator);
-    }
-    return outcome;
+    return run_batch(
+        context, out,
+        [&](evidence_item& item) {
+            while (source.next_file(name, /*trim=*/true)) {
+                if (name.empty()) continue;
+                // The filter sees the name as it came, before %NAME% is expanded.
+                info = file_info{};
+                if (!matches_filter(context, name, context.m_filter_list, &info, /*stream_mode=*/false)) continue;
+                item = file_evidence(expand_path_variables(name, /*allow_shadow_copy=*/true));
+                return true;
+            }
+            return false;
+        },
+        separator);
 }
 
 bool process_volume_scan(kito_user_context& context, std::ostream& out)
@@ -96,9 +146,15 @@ bool process_volume_scan(kito_user_context& context, std::ostream& out)
     vlmportdir::list_paths(folder.c_str(), "*.pf", paths);
     if (paths.empty()) return false;
     bool const separator = begin_batch_output(context, out);
-    bool outcome = false;
-    for (std::string const& path : paths) outcome = process_named_file(context, out, path, separator);
-    return outcome;
+    std::size_t at = 0;
+    return run_batch(
+        context, out,
+        [&](evidence_item& item) {
+            if (at == paths.size()) return false;
+            item = file_evidence(expand_path_variables(paths[at++], /*allow_shadow_copy=*/true));
+            return true;
+        },
+        separator);
 }
 
 image_reading image_reading_of(cmd_params const& options)
@@ -142,12 +198,6 @@ content_index index_contents(std::vector<evidence_item const*> const& wanted, bo
     return contents;
 }
 
-// Histories go with the forms that show them.
-void note_version(kito_user_context& context, evidence_item const& item)
-{
-    if (context.m_fmt_json || context.m_fmt_html) context.m_history.add(context.m_entry, item.display_name);
-}
-
 void write_histories(kito_user_context& context, std::ostream& out)
 {
     for (program_history const& program : context.m_history.take_histories()) {
@@ -168,30 +218,38 @@ bool process_image(kito_user_context& context, std::ostream& out)
     // Spans carved from free clusters are compared with every file's bytes.
     content_index contents = index_contents(wanted, context.m_unallocated);
     bool const separator = begin_batch_output(context, out);
-    bool outcome = false;
-    for (std::size_t i = 0; i < wanted.size(); ++i) {
-        if (contents.duplicate(i)) {
-            ++context.m_duplicates;
-            continue;
-        }
-        evidence_item item = *wanted[i];
-        std::vector<std::string> others = contents.same_bytes_at(i);
-        std::string const& digest = contents.digest(i); // already taken: not taken twice
-        evidence_reader const read = item.read;
-        item.read = [&](decode_buffers& buffers, prefetch_entry& entry) {
-            entry.same_bytes_at = others;
-            if (!digest.empty()) entry.input_sha256 = digest;
-            return read(buffers, entry);
-        };
-        bool const reported = process_item(context, out, item, separator);
-        if (reported && context.m_entry.failure == decode_failure::none) note_version(context, item);
-        outcome = reported;
-    }
-    if (context.m_unallocated)
-        outcome = process_unallocated(context, out, source, separator, outcome, contents, [&](std::string const& name) {
-            if (context.m_entry.failure == decode_failure::none && (context.m_fmt_json || context.m_fmt_html))
-                context.m_history.add(context.m_entry, name);
-        });
+    // Histories go with the forms that show them.
+    bool const histories = context.m_fmt_json || context.m_fmt_html;
+    decoded_note const note = [&](evidence_item const& item, prefetch_entry const& entry) {
+        if (histories) context.m_history.add(entry, item.display_name);
+    };
+    // The image library reads for one thread at a time; decoding goes on beside it.
+    std::mutex image_lock;
+    std::size_t at = 0;
+    bool outcome = run_batch(
+        context, out,
+        [&](evidence_item& item) {
+            for (; at < wanted.size(); ++at) {
+                if (contents.duplicate(at)) {
+                    ++context.m_duplicates;
+                    continue;
+                }
+                item = *wanted[at];
+                item.read = [&image_lock, read = item.read, others = contents.same_bytes_at(at),
+                             digest = contents.digest(at)](decode_buffers& buffers, prefetch_entry& entry) {
+                    entry.same_bytes_at = others;
+                    // Already taken in the first pass: not taken twice.
+                    if (!digest.empty()) entry.input_sha256 = digest;
+                    std::lock_guard<std::mutex> const guard(image_lock);
+                    return read(buffers, entry);
+                };
+                ++at;
+                return true;
+            }
+            return false;
+        },
+        separator, note);
+    if (context.m_unallocated) outcome = process_unallocated(context, out, source, separator, outcome, contents, note);
     write_histories(context, out);
     return outcome;
 }

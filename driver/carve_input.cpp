@@ -34,7 +34,7 @@ bool process_carve(kito_user_context& context, std::ostream& out)
 }
 
 bool process_unallocated(kito_user_context& context, std::ostream& out, image_volumes const& source, bool separator,
-                         bool outcome, content_index& contents, std::function<void(std::string const&)> const& reported)
+                         bool outcome, content_index& contents, decoded_note const& note)
 {
     context.m_check_tally.carving = true;
     std::string const& image = context.m_image_path;
@@ -55,8 +55,7 @@ bool process_unallocated(kito_user_context& context, std::ostream& out, image_vo
             place.partition_offset = volume.offset;
             place.mft_entry_known = false;
             place.source = evidence_source::unallocated;
-            outcome = process_item(context, out, carved_item(hit, name, place), separator);
-            if (outcome) reported(name);
+            outcome = process_item(context, out, carved_item(hit, name, place), separator, note);
         },
         context.m_check_tally.carve_rejected);
     return outcome;

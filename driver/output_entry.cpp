@@ -1,5 +1,8 @@
 #include "driver/output_entry.h"
 
+#include <cstdio>
+
+#include "foundation/problem_messages.h"
 #include "prefetch/decode_chain.h"
 #include "reports/bodyfile_report.h"
 #include "reports/csv_report.h"
@@ -11,25 +14,6 @@
 namespace {
 
 report_state state_of(kito_user_context& context) { return {context.m_header_pending, context.m_column_list}; }
-
-bool decode_and_write(std::ostream& out, kito_user_context& context, input_loader const& load)
-{
-    // One bad file must never end a batch: whatever escapes decoding or
-    // writing is logged and the file counts as failed.
-    try {
-        context.m_buffers.digest_wanted = context.m_fmt_json || context.m_fmt_html;
-        return write_prefetch_report(out, context, load(context));
-    } catch (...) {
-        try {
-            context.diag_printf("output_prefetch_entry: exception caught");
-            context.m_entry.failure = decode_failure::exception;
-            write_json_report(out, context, /*decoded=*/false);
-            write_html_report(out, context, /*decoded=*/false);
-        } catch (...) {
-        }
-        return false;
-    }
-}
 
 // What the writers read of the options, copied for each file: the context's
 // fields may change between files (tests and the fuzz target set them freely).
@@ -64,7 +48,64 @@ report_subject subject_of(kito_user_context const& context)
     return {context.m_entry, context.m_file_path, context.m_file_base_name, context.m_version_label};
 }
 
+// The writer's part of a file: whatever escapes it, or escaped decoding, is
+// logged and the file counts as failed, but one bad file never ends a batch.
+bool write_decoded(std::ostream& out, kito_user_context& context, bool decoded, bool threw)
+{
+    try {
+        if (!threw) return write_prefetch_report(out, context, decoded);
+    } catch (...) {
+    }
+    try {
+        context.diag_printf("output_prefetch_entry: exception caught");
+        context.m_entry.failure = decode_failure::exception;
+        write_json_report(out, context, /*decoded=*/false);
+        write_html_report(out, context, /*decoded=*/false);
+    } catch (...) {
+    }
+    return false;
+}
+
+bool counted_report(std::ostream& out, kito_user_context& context, bool decoded, bool threw)
+{
+    bool const reported = write_decoded(out, context, decoded, threw);
+    if (reported) ++context.m_files_reported;
+    return reported;
+}
+
 } // namespace
+
+// What the form chosen prints, in the order write_prefetch_report chooses it.
+decode_wants wants_of(kito_user_context const& options)
+{
+    if (options.m_fmt_json || options.m_fmt_html) return {};
+    bool const text = !options.m_fmt_csv && !options.m_fmt_timeline && !options.m_fmt_bodyfile;
+    bool const names = text || (options.m_fmt_csv ? verbose_columns(settings_of(options)) : options.m_fmt_timeline);
+    return {.digest = false, .file_names = names, .volume_directories = text, .path_hash = false};
+}
+
+void decode_input(decoded_input& input, evidence_item const& item, input_reader const& read, decode_buffers& buffers)
+{
+    problem_capture const capture(input.messages);
+    try {
+        input.decoded = read(item, buffers, input.entry, input.version_label);
+    } catch (...) {
+        input.threw = true;
+    }
+}
+
+bool report_decoded_input(std::ostream& out, kito_user_context& context, decoded_input& input)
+{
+    ++context.m_files_handled;
+    context.m_entry = std::move(input.entry);
+    if (!input.version_label.empty()) context.m_version_label = input.version_label;
+    std::fputs(input.messages.c_str(), stderr);
+    bool const reported = counted_report(out, context, input.decoded, input.threw);
+    // Nothing reads a file's entry after its report: letting it go keeps the
+    // files alive at once to those in flight.
+    context.m_entry = prefetch_entry{};
+    return reported;
+}
 
 bool write_text_report(std::ostream& out, kito_user_context& context)
 {
@@ -160,9 +201,14 @@ bool output_prefetch_entry(std::ostream& out, kito_user_context& context)
 bool output_prefetch_entry(std::ostream& out, kito_user_context& context, input_loader const& load)
 {
     ++context.m_files_handled;
-    bool const reported = decode_and_write(out, context, load);
-    if (reported) ++context.m_files_reported;
-    return reported;
+    bool decoded = false, threw = false;
+    try {
+        context.m_buffers.wants = wants_of(context);
+        decoded = load(context);
+    } catch (...) {
+        threw = true;
+    }
+    return counted_report(out, context, decoded, threw);
 }
 
 bool load_prefetch_file(kito_user_context& context)

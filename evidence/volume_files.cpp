@@ -1,5 +1,7 @@
 #include "evidence/volume_files.h"
 
+#include "foundation/problem_messages.h"
+
 #include <algorithm>
 #include <cstdio>
 
@@ -84,7 +86,7 @@ bool read_listed_file(volume_view const& view, listed_file const& file, decode_b
                             : entry.failure == decode_failure::empty_file ? ": empty file"
                             : entry.failure == decode_failure::too_large  ? ": larger than 16 MiB"
                                                                           : view.image->error();
-    std::fprintf(stderr, "prob reading file %s%s\n", file.display_name.c_str(), why.c_str());
+    print_problem("prob reading file %s%s\n", file.display_name.c_str(), why.c_str());
     return false;
 }
 

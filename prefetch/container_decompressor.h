@@ -1,9 +1,13 @@
 #pragma once
 // Windows 10 and 11 keep Prefetch files in compressed containers: "MAM" and "MEM0"
-// hold LZ77+Huffman blocks, 0x81 0x81 "xpress" a Plain LZ77 stream.
+// hold LZ77+Huffman blocks, 0x81 0x81 "xpress" a Plain LZ77 stream. This unit
+// reads the headers, runs the blocks one after another into one output of the
+// declared size (at most 16 MiB), and leaves the streams to their own units.
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "prefetch/huffman_code_table.h"
 
 enum container_kind : std::uint32_t {
     container_none = 0,
@@ -40,7 +44,6 @@ public:
     bool block_failed() const { return m_block_failed; }
 
 private:
-    bool build_code_table(std::uint8_t const* block, std::size_t length);
     bool decode_huffman_block(std::size_t& consumed, std::uint8_t const* block, std::size_t length);
     std::size_t decode_plain_xpress(std::uint8_t const* data, std::int32_t size);
     // Runs the Huffman blocks of kinds 2 and 3 from `position` on.
@@ -48,14 +51,7 @@ private:
 
     std::uint32_t m_kind = 0;
     std::uint32_t m_output_size = 0;
-    std::vector<std::uint16_t> m_code_lengths;
-    std::int32_t m_table_size = 32768;
-    std::vector<std::uint16_t> m_code_table;
-    // Decoding steps for the first 11 bits of m_code_table's index; a code of
-    // more bits is sent on to m_code_table, which only from m_direct_from on
-    // holds every entry.
-    std::vector<std::uint32_t> m_fast_table;
-    std::size_t m_direct_from = 0;
+    huffman_code_table m_table; // of the block in hand; a damaged one keeps the last one's tail
     std::vector<std::uint8_t> m_output;
     std::uint32_t m_output_pos = 0;
     bool m_table_ready = false;

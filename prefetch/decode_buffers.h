@@ -7,14 +7,24 @@
 
 #include "prefetch/container_decompressor.h"
 
+// What the run's form shows of a file. Decoding leaves out the work of what
+// is not shown: names that no line prints are never converted, and a form
+// without the digest or the path-hash check does not compute them. A file is
+// accepted or refused alike either way.
+struct decode_wants {
+    bool digest = true;             // SHA-256 of the input as read
+    bool file_names = true;         // the file-name strings
+    bool volume_directories = true; // each volume's directory strings
+    bool path_hash = true;          // the header's path hash tried on the paths
+};
+
 struct decode_buffers {
     std::vector<std::uint8_t> file_bytes;
     container_decompressor outer;
     container_decompressor inner;
-    // Whether to take the SHA-256 of each input as read. It costs about a
-    // fifth of a text batch's time, so a run whose form does not show it
-    // leaves it out.
-    bool digest_wanted = true;
+    // The SHA-256 costs about a fifth of a text batch's time, and converting
+    // the names a seventh of a -csv batch's.
+    decode_wants wants;
 
     // Lets go of what one unusually large file left behind, so that a batch
     // keeps no more than a few MiB between files.

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "foundation/problem_messages.h"
 #include "foundation/sha256.h"
 #include "foundation/uni_fileio.h"
 #include "foundation/vlm_string.h"
@@ -90,7 +91,7 @@ bool read_prefetch_file(std::string const& path, decode_buffers& buffers, prefet
     std::wstring const wide_path = utf8_to_wide(path);
     buffers.trim();
     if (!read_file_prefix(path, read_limit, buffers.file_bytes) || buffers.file_bytes.empty()) {
-        std::fprintf(stderr, "prob reading file %s\n", path.c_str());
+        print_problem("prob reading file %s\n", path.c_str());
         return refuse(entry, read_failure(wide_path));
     }
     if (!read_file_facts(wide_path, entry)) return refuse(entry, decode_failure::unreadable);
@@ -100,11 +101,11 @@ bool read_prefetch_file(std::string const& path, decode_buffers& buffers, prefet
 bool decode_input_bytes(decode_buffers& buffers, prefetch_entry& entry, std::string& version_label)
 {
     std::vector<std::uint8_t> const& bytes = buffers.file_bytes;
-    if (buffers.digest_wanted) note_input_digest(bytes, entry);
+    if (buffers.wants.digest) note_input_digest(bytes, entry);
     std::uint8_t const* data = bytes.data();
     auto size = static_cast<std::uint32_t>(bytes.size());
     if (!unwrap_container(data, size, buffers.outer, entry)) return false;
-    return decode_prefetch_buffer(data, size, buffers.inner, entry, version_label);
+    return decode_prefetch_buffer(data, size, buffers.inner, entry, version_label, buffers.wants);
 }
 
 bool load_prefetch_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry,
@@ -114,7 +115,7 @@ bool load_prefetch_file(std::string const& path, decode_buffers& buffers, prefet
 }
 
 bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, container_decompressor& inner,
-                            prefetch_entry& entry, std::string& version_label)
+                            prefetch_entry& entry, std::string& version_label, decode_wants const& wants)
 {
     // A container may hold another; this second layer is the last one
     // unwrapped, so a third is left as it is and refused below.
@@ -131,14 +132,15 @@ bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, contai
     entry.run_count_known = read_run_info(entry.last_run, entry.run_count, data);
     if (entry.run_count_known) entry.entry_times.insert(entry.last_run);
 
-    if (!decode_file_strings(entry.file_strings, exe_name, data, size))
+    if (!decode_file_strings(entry.file_strings, exe_name, data, size, wants.file_names))
         return refuse(entry, decode_failure::strings_past_end);
     read_file_references(entry.file_references, buf, entry.file_strings);
     entry.target_path = exe_name.empty() ? std::string("unk") : wide_to_utf8(exe_name);
-    if (!decode_volumes(entry, data, size)) return refuse(entry, decode_failure::volumes_past_end);
+    if (!decode_volumes(entry, data, size, wants.volume_directories))
+        return refuse(entry, decode_failure::volumes_past_end);
 
     version_label = find_layout(buf).label;
     harvest_prev_run_times(entry.prev_run_times, buf);
-    check_path_hash(entry);
+    if (wants.path_hash) check_path_hash(entry);
     return true;
 }

@@ -26,4 +26,4 @@ bool load_prefetch_file(std::string const& path, decode_buffers& buffers, prefet
 // Decodes bytes that are a Prefetch file or a container of one; a container
 // unpacks into `inner`, which a batch reuses from file to file.
 bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, container_decompressor& inner,
-                            prefetch_entry& entry, std::string& version_label);
+                            prefetch_entry& entry, std::string& version_label, decode_wants const& wants = {});

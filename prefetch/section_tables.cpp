@@ -37,8 +37,8 @@ std::uint64_t align8(std::uint64_t pos) { return (pos + 7) & ~std::uint64_t{7}; 
 
 // Directory strings: a u16 length, that many units, and a zero unit that is
 // stepped over. Zero length words in front of a string are skipped. `pos`
-// ends where the reading stopped.
-offset_string_map read_directories(byte_view buf, std::uint64_t& pos, std::uint32_t directory_count)
+// ends where the reading stopped, whether the strings are kept or not.
+offset_string_map read_directories(byte_view buf, std::uint64_t& pos, std::uint32_t directory_count, bool keep)
 {
     offset_string_map dirs;
     try {
@@ -53,7 +53,7 @@ offset_string_map read_directories(byte_view buf, std::uint64_t& pos, std::uint3
             byte_view units;
             read_bytes(buf, pos, end - pos, units);
             ++ordinal;
-            dirs.emplace(ordinal, unit_text(units));
+            if (keep) dirs.emplace(ordinal, unit_text(units));
             pos = end + 2;
         }
     } catch (std::exception const&) {
@@ -81,7 +81,7 @@ struct scan_budget {
 
 // One volume record and its strings. False ends the list of volumes.
 bool decode_volume(prefetch_entry& entry, byte_view buf, std::uint32_t volumes_offset, std::uint64_t record_offset,
-                   scan_budget& budget)
+                   scan_budget& budget, bool keep_directories)
 {
     if (!buf.has(record_offset, volume_record::kept_bytes)) return false;
     std::array<std::uint8_t, volume_record::kept_bytes> record{};
@@ -115,7 +115,7 @@ bool decode_volume(prefetch_entry& entry, byte_view buf, std::uint32_t volumes_o
     pos = align8(align8(pos) + file_refs_size);
     std::uint64_t const dirs_pos = pos;
     try {
-        entry.volume_dirs.push_back(read_directories(budget.window(buf, pos), pos, directory_count));
+        entry.volume_dirs.push_back(read_directories(budget.window(buf, pos), pos, directory_count, keep_directories));
         budget.charge(dirs_pos, pos);
     } catch (std::exception const&) {
         // Out of memory: the volume stays, the next one follows.
@@ -160,6 +160,7 @@ public:
         }
     }
 
+    bool searching() const { return m_searching; }
     bool found_in(byte_view units)
     {
         if (!m_searching) return false;
@@ -182,7 +183,7 @@ private:
 } // namespace
 
 bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name_wide, std::uint8_t const* data,
-                         std::uint32_t size)
+                         std::uint32_t size, bool keep_names)
 {
     if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return false;
     byte_view const buf{data, size};
@@ -193,7 +194,7 @@ bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name
 
     // metrics_count says how many strings to take; 0 or too many reads on to
     // the end of the buffer. A string without its zero unit is dropped.
-    file_strings.reserve(count_strings(buf, strings_offset, metrics_count));
+    if (keep_names) file_strings.reserve(count_strings(buf, strings_offset, metrics_count));
     unit_search search(exe_name_wide);
     std::uint64_t pos = strings_offset;
     for (std::uint32_t ordinal = 1;; ++ordinal) {
@@ -204,13 +205,14 @@ bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name
         // The first string that contains the header's name, case and all, is
         // the executable's path. An empty name is contained in every string.
         if (search.found_in(units)) exe_name_wide = widen_units(units);
-        file_strings.emplace(key, unit_text(units));
+        if (keep_names) file_strings.emplace(key, unit_text(units));
+        else if (!search.searching()) break; // the path is all that is wanted of them
         if (metrics_count == ordinal) break;
     }
     return true;
 }
 
-bool decode_volumes(prefetch_entry& entry, std::uint8_t const* data, std::uint32_t size)
+bool decode_volumes(prefetch_entry& entry, std::uint8_t const* data, std::uint32_t size, bool keep_directories)
 {
     if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return false;
     byte_view const buf{data, size};
@@ -227,7 +229,7 @@ bool decode_volumes(prefetch_entry& entry, std::uint8_t const* data, std::uint32
     scan_budget budget{size};
     for (std::int32_t i = 0; i < count; ++i) {
         std::uint64_t const record_offset = volumes_offset + std::uint64_t(i) * std::uint64_t(record_size);
-        if (!decode_volume(entry, buf, volumes_offset, record_offset, budget)) break;
+        if (!decode_volume(entry, buf, volumes_offset, record_offset, budget, keep_directories)) break;
     }
     return true;
 }

@@ -11,10 +11,13 @@
 // at which each began. exe_name_wide comes in holding the header's name and
 // leaves holding the first string that contains it, if any does.
 // False when the buffer is refused or strings_offset lies past its end.
+// Without `keep_names` the strings are only searched, and file_strings stays empty.
 bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name_wide, std::uint8_t const* data,
-                         std::uint32_t size);
+                         std::uint32_t size, bool keep_names = true);
 
 // Appends one entry per volume to the volume vectors of the entry and each
 // creation time to entry_times. False when the buffer is refused or
 // volumes_offset lies past its end; every other damage ends the list early.
-bool decode_volumes(prefetch_entry& entry, std::uint8_t const* data, std::uint32_t size);
+// Without `keep_directories` each volume's directory list is walked (it moves
+// the scan on) but left empty.
+bool decode_volumes(prefetch_entry& entry, std::uint8_t const* data, std::uint32_t size, bool keep_directories = true);

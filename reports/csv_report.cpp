@@ -22,13 +22,6 @@ std::uint64_t name_width(report_subject const& file, report_settings const& sett
     return cut == std::string::npos ? 42 : cut + 43;
 }
 
-bool verbose_columns(report_settings const& settings)
-{
-    // The volume and module columns only fit the compact forms; the padded
-    // -csv -pair_datetime form leaves them out on purpose.
-    return settings.verbose && settings.no_padding;
-}
-
 void build_columns(std::vector<field_cell>& columns, report_subject const& file, report_settings const& settings)
 {
     std::uint64_t const date_width = settings.date_format.size();
@@ -113,6 +106,13 @@ void fill_row(field_row& row, report_subject const& file, report_settings const&
 }
 
 } // namespace
+
+bool verbose_columns(report_settings const& settings)
+{
+    // The volume and module columns only fit the compact forms; the padded
+    // -csv -pair_datetime form leaves them out on purpose.
+    return settings.verbose && settings.no_padding;
+}
 
 bool write_csv_report(std::ostream& out, report_subject const& file, report_settings const& settings,
                       report_state& state)

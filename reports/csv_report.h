@@ -5,6 +5,8 @@
 
 #include "reports/report_settings.h"
 
+// Whether the table has the volume and module columns (file names included).
+bool verbose_columns(report_settings const& settings);
 // Writes the header first while it is pending (the columns are made then),
 // then the file's line; true.
 bool write_csv_report(std::ostream& out, report_subject const& file, report_settings const& settings,
