@@ -60,6 +60,13 @@ if [ -n "${KITO_IMAGES:-}" ] && [ -d "$KITO_IMAGES" ]; then
         [ -f "$image" ] && sources="$sources
 image $(basename "$image")|-image $image|/dev/null"
     done
+    # Shadow copies, deleted entries and free clusters: the first pass, the
+    # duplicates, the histories and the carved spans.
+    for image in "$KITO_IMAGES"/vss.raw "$KITO_IMAGES"/vss-disk.qcow2 "$KITO_IMAGES"/vss-bad-block-list.raw \
+        "$KITO_IMAGES"/versions.raw "$KITO_IMAGES"/freed.raw; do
+        [ -f "$image" ] && sources="$sources
+every place $(basename "$image")|-image $image -vss -deleted -unallocated|/dev/null"
+    done
 fi
 forms=("" "-csv" "-csv -verbose -no_whitespace" "-csvl2t" "-csvl2t -verbose" "-bodyfile" "-json" "-html" "-verbose")
 
