@@ -195,16 +195,11 @@ bool write_prefetch_report(std::ostream& out, kito_user_context& context, bool d
 
 bool output_prefetch_entry(std::ostream& out, kito_user_context& context)
 {
-    return output_prefetch_entry(out, context, [](kito_user_context& c) { return load_prefetch_file(c); });
-}
-
-bool output_prefetch_entry(std::ostream& out, kito_user_context& context, input_loader const& load)
-{
     ++context.m_files_handled;
     bool decoded = false, threw = false;
     try {
         context.m_buffers.wants = wants_of(context);
-        decoded = load(context);
+        decoded = load_prefetch_file(context);
     } catch (...) {
         threw = true;
     }

@@ -10,8 +10,6 @@
 #include "evidence/evidence_item.h"
 #include "reports/report_texts.h"
 
-// Reads one input into context.m_buffers and m_entry and decodes it.
-using input_loader = std::function<bool(kito_user_context&)>;
 // Reads an item's bytes into the buffers and decodes them into the entry and
 // version label, touching nothing else.
 using input_reader = std::function<bool(evidence_item const&, decode_buffers&, prefetch_entry&, std::string&)>;
@@ -28,8 +26,6 @@ struct decoded_input {
 
 // Decode context.m_file_path and write one report. Never lets an exception pass.
 bool output_prefetch_entry(std::ostream& out, kito_user_context& context);
-// The same for an input that `load` reads and decodes.
-bool output_prefetch_entry(std::ostream& out, kito_user_context& context, input_loader const& load);
 // What the run's form prints of a file, and so what decoding must do.
 decode_wants wants_of(kito_user_context const& options);
 // Decodes the item with `read`, catching everything, its messages kept.

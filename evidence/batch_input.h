@@ -7,7 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "driver/output_entry.h"
 #include "foundation/uni_stdin_stream.h"
 #include "foundation/vlm_path_rules.h"
 

@@ -4,6 +4,8 @@
 
 #include <array>
 
+#include "evidence/library_text.h"
+
 namespace {
 
 // The library's message, on one line, and the error freed.
@@ -12,11 +14,7 @@ std::string message_of(libqcow_error_t*& error)
     std::array<char, 512> text{};
     if (error == nullptr || libqcow_error_sprint(error, text.data(), text.size()) < 0) text[0] = '\0';
     libqcow_error_free(&error);
-    std::string line = text.data();
-    for (char& c : line)
-        if (c == '\n' || c == '\r') c = ' ';
-    while (!line.empty() && line.back() == ' ') line.pop_back();
-    return line.empty() ? "unreadable" : line;
+    return library_message_line(text.data());
 }
 
 } // namespace

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "evidence/library_text.h"
+
 namespace {
 
 // libbfio's view of a byte range: a position within it, moved by seeks.
@@ -83,11 +85,7 @@ std::string message_of(libvshadow_error_t*& error)
     std::array<char, 512> text{};
     if (error == nullptr || libvshadow_error_sprint(error, text.data(), text.size()) < 0) text[0] = '\0';
     libvshadow_error_free(&error);
-    std::string line = text.data();
-    for (char& c : line)
-        if (c == '\n' || c == '\r') c = ' ';
-    while (!line.empty() && line.back() == ' ') line.pop_back();
-    return line.empty() ? "unreadable" : line;
+    return library_message_line(text.data());
 }
 
 // A GUID in its stored mixed-endian form, as vshadowinfo prints it.
