@@ -179,9 +179,10 @@ TEST(batch_memory, stays_flat_over_thousands_of_files)
     EXPECT_LT(large, small + 2048) << "peak RSS " << small << " KiB for 200 files, " << large << " for 3000";
 }
 
-// Two threads keep at most four files in flight: a batch whose every file
-// unpacks to the 16 MiB limit, eight million names kept for the timeline's
-// module list, peaks below four times the peak of one such file.
+// Two threads keep at most eight files in flight (the window itself is
+// shown in ordered_work_test): a batch whose every file unpacks to the 16 MiB
+// limit, eight million names kept for the timeline's module list, peaks
+// below four times the peak of one such file.
 TEST(batch_memory, files_in_flight_stay_within_the_window)
 {
 #if defined(__SANITIZE_ADDRESS__)
