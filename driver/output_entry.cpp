@@ -81,7 +81,8 @@ decode_wants wants_of(kito_user_context const& options)
     if (options.m_fmt_json || options.m_fmt_html) return {};
     bool const text = !options.m_fmt_csv && !options.m_fmt_timeline && !options.m_fmt_bodyfile;
     bool const names = text || (options.m_fmt_csv ? verbose_columns(settings_of(options)) : options.m_fmt_timeline);
-    return {.digest = false, .file_names = names, .volume_directories = text, .path_hash = false};
+    // Every form that prints the names prints the volumes too.
+    return {.digest = false, .file_names = names, .volume_directories = text, .path_hash = false, .volumes = names};
 }
 
 void decode_input(decoded_input& input, evidence_item const& item, input_reader const& read, decode_buffers& buffers)

@@ -67,6 +67,8 @@ void container_decompressor::reset()
     m_table_ready = false;
     m_consumed = 0;
     m_block_failed = false;
+    m_resume_position = -1;
+    m_block_active = false;
 }
 
 void container_decompressor::trim(std::size_t kept)
@@ -82,6 +84,14 @@ bool container_decompressor::decompress_container(std::vector<std::uint8_t> cons
 
 bool container_decompressor::decompress_container(std::uint8_t const* data, std::int32_t size)
 {
+    return decompress_container(data, size, std::numeric_limits<std::uint32_t>::max());
+}
+
+bool container_decompressor::decompress_container(std::uint8_t const* data, std::int32_t size, std::uint32_t wanted)
+{
+    m_resume_position = -1;
+    m_block_active = false;
+    m_wanted = std::max<std::uint32_t>(wanted, 1);
     if (data == nullptr) size = 0;
     std::int64_t position = 0;
     // An object that already holds a table continues its output with new input.
@@ -112,51 +122,86 @@ bool container_decompressor::decompress_container(std::uint8_t const* data, std:
     m_consumed = 0;
     m_block_failed = false;
     if (m_output.empty()) return false;
-    return decode_blocks(data, size, position);
+    return decode_blocks(data, size, position, static_cast<std::int32_t>(lz77_block_output));
 }
 
-bool container_decompressor::decode_blocks(std::uint8_t const* data, std::int32_t size, std::int64_t position)
+std::uint32_t container_decompressor::decode_to(std::uint32_t end)
+{
+    if (m_resume_position >= 0 && end > m_output_pos) {
+        m_wanted = end;
+        decode_blocks(m_input, m_input_size, m_resume_position, m_resume_block_size);
+    }
+    return final_end();
+}
+
+std::uint32_t container_decompressor::final_end() const
+{
+    return m_resume_position >= 0 ? m_output_pos : static_cast<std::uint32_t>(m_output.size());
+}
+
+bool container_decompressor::decode_blocks(std::uint8_t const* data, std::int32_t size, std::int64_t position,
+                                           std::int32_t block_size)
 {
     byte_view const input{data, static_cast<std::size_t>(std::max(size, 0))};
-    std::int32_t block_size = static_cast<std::int32_t>(lz77_block_output);
-    // A block needs more than its 256-byte table behind the position; the last
-    // output byte is never decoded, so the loop stops one short of it.
-    while (position >= 0 && position < size && size - position > 256 && block_size > 0 &&
-           m_output_pos < m_output_size - 1) {
-        if (m_kind == container_mem0) {
-            // MEM0 puts the length of each block in front of it.
-            std::uint32_t stored = 0;
-            read_u32(input, static_cast<std::uint64_t>(position), stored);
-            block_size = static_cast<std::int32_t>(stored);
-            position += 4;
-        } else if (m_kind == container_mam) {
-            block_size = static_cast<std::int32_t>(lz77_block_output);
-        } else {
-            return false;
+    m_resume_position = -1;
+    auto const pause = [&] {
+        m_input = data;
+        m_input_size = size;
+        m_resume_position = position;
+        m_resume_block_size = block_size;
+        return true;
+    };
+    for (;;) {
+        if (!m_block_active) {
+            // A block needs more than its 256-byte table behind the position; the
+            // last output byte is never decoded, so the loop stops one short of it.
+            if (position < 0 || position >= size || size - position <= 256 || block_size <= 0 ||
+                m_output_pos >= m_output_size - 1)
+                break;
+            if (m_output_pos >= m_wanted) return pause();
+            if (m_kind == container_mem0) {
+                // MEM0 puts the length of each block in front of it.
+                std::uint32_t stored = 0;
+                read_u32(input, static_cast<std::uint64_t>(position), stored);
+                block_size = static_cast<std::int32_t>(stored);
+                position += 4;
+            } else if (m_kind == container_mam) {
+                block_size = static_cast<std::int32_t>(lz77_block_output);
+            } else {
+                return false;
+            }
+            if (!start_huffman_block(data + position, static_cast<std::size_t>(size - position))) {
+                m_block_failed = true;
+                break;
+            }
         }
-        std::size_t consumed = 0;
-        if (!decode_huffman_block(consumed, data + position, static_cast<std::size_t>(size - position)) ||
-            consumed == 0) {
+        bool const ok = m_block.run(m_wanted);
+        m_output_pos = m_block.position();
+        // Paused inside the block: `position` stays at its start.
+        if (ok && !m_block.over()) return pause();
+        m_block_active = false;
+        if (!ok || m_block.consumed() == 0) {
             m_block_failed = true;
             break;
         }
-        position += m_kind == container_mem0 ? block_size : static_cast<std::int64_t>(consumed);
+        position += m_kind == container_mem0 ? block_size : static_cast<std::int64_t>(m_block.consumed());
         m_consumed = static_cast<std::size_t>(std::clamp<std::int64_t>(position, 0, size));
     }
     // A failed block keeps what was made: the rest of the output stays zero.
     return true;
 }
 
-bool container_decompressor::decode_huffman_block(std::size_t& consumed, std::uint8_t const* block, std::size_t length)
+bool container_decompressor::start_huffman_block(std::uint8_t const* block, std::size_t length)
 {
-    consumed = 0;
     // Only a first table can fail: a later deficient one runs on the old tail.
     if (m_table.build(block, length)) m_table_ready = true;
     if (!m_table_ready) return false;
     if (block == nullptr) length = 0;
     if (!m_table.usable()) return false;
-    return decode_huffman_symbols(byte_view{block, length}, m_table.lookup(), m_output.data(), m_output_size,
-                                  m_output_pos, consumed);
+    m_block = huffman_block_decoder(byte_view{block, length}, m_table.lookup(), m_output.data(), m_output_size,
+                                    m_output_pos);
+    m_block_active = true;
+    return true;
 }
 
 std::size_t container_decompressor::decode_plain_xpress(std::uint8_t const* data, std::int32_t size)

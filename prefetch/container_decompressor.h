@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "prefetch/huffman_block.h"
 #include "prefetch/huffman_code_table.h"
 
 enum container_kind : std::uint32_t {
@@ -30,6 +31,16 @@ public:
     void trim(std::size_t kept);
     bool decompress_container(std::uint8_t const* data, std::int32_t size);
     bool decompress_container(std::vector<std::uint8_t> const& data);
+    // The same, stopping at the first block after which `wanted` bytes of
+    // output are final; `decode_to` carries on, while the input given here
+    // is still there. The output keeps its declared size; what is not yet
+    // decoded reads as zero.
+    bool decompress_container(std::uint8_t const* data, std::int32_t size, std::uint32_t wanted);
+    // Decodes on until `end` bytes are final, or the blocks end; returns final_end().
+    std::uint32_t decode_to(std::uint32_t end);
+    // The output bytes that decoding further will not change: all of them
+    // once the blocks have ended, for whatever reason.
+    std::uint32_t final_end() const;
     bool write_output_file(std::string const& path);
 
     std::vector<std::uint8_t> const& output() const { return m_output; }
@@ -44,10 +55,13 @@ public:
     bool block_failed() const { return m_block_failed; }
 
 private:
-    bool decode_huffman_block(std::size_t& consumed, std::uint8_t const* block, std::size_t length);
+    // Builds the block's table and sets its symbols up to be decoded.
+    bool start_huffman_block(std::uint8_t const* block, std::size_t length);
     std::size_t decode_plain_xpress(std::uint8_t const* data, std::int32_t size);
-    // Runs the Huffman blocks of kinds 2 and 3 from `position` on.
-    bool decode_blocks(std::uint8_t const* data, std::int32_t size, std::int64_t position);
+    // Runs the Huffman blocks of kinds 2 and 3 from `position` on, until
+    // m_wanted bytes are final; `block_size` is the last block's (MEM0 ends
+    // at one of 0).
+    bool decode_blocks(std::uint8_t const* data, std::int32_t size, std::int64_t position, std::int32_t block_size);
 
     std::uint32_t m_kind = 0;
     std::uint32_t m_output_size = 0;
@@ -57,4 +71,13 @@ private:
     bool m_table_ready = false;
     std::size_t m_consumed = 0;
     bool m_block_failed = false;
+    huffman_block_decoder m_block; // the block in hand, while m_block_active
+    bool m_block_active = false;
+    // Where the blocks stopped before their end, to go on from (the start of
+    // the block in hand, if any); -1 once they ended.
+    std::uint8_t const* m_input = nullptr;
+    std::int32_t m_input_size = 0;
+    std::int64_t m_resume_position = -1;
+    std::int32_t m_resume_block_size = 0;
+    std::uint32_t m_wanted = 0;
 };

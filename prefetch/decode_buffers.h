@@ -16,6 +16,10 @@ struct decode_wants {
     bool file_names = true;         // the file-name strings
     bool volume_directories = true; // each volume's directory strings
     bool path_hash = true;          // the header's path hash tried on the paths
+    // The volumes and the file references. Without them, and without the
+    // names, a container is decompressed only as far as the executable's
+    // path: the volumes that follow the strings can be half of its output.
+    bool volumes = true;
 };
 
 struct decode_buffers {

@@ -1,6 +1,8 @@
 #include "prefetch/decode_chain.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <vector>
 
 #include "foundation/problem_messages.h"
@@ -16,6 +18,10 @@
 
 namespace {
 
+// The header and the file information, which every layout keeps within the
+// first block of a container's output.
+constexpr std::uint32_t header_bytes = 4096;
+
 // Notes why the file is refused; the result is always false.
 bool refuse(prefetch_entry& entry, decode_failure failure)
 {
@@ -26,15 +32,18 @@ bool refuse(prefetch_entry& entry, decode_failure failure)
 // Unwraps one container layer, if the bytes begin with one, and notes its
 // kind: data and size then point to its output, which the decompressor
 // keeps. False when a container is there but yields nothing.
+// `wanted` bytes of the output are decoded at least; the decompressor decodes
+// the rest when asked. A container fails or not on its first block.
 bool unwrap_container(std::uint8_t const*& data, std::uint32_t& size, container_decompressor& decompressor,
-                      prefetch_entry& entry)
+                      prefetch_entry& entry, std::uint32_t wanted = std::numeric_limits<std::uint32_t>::max())
 {
     std::uint32_t declared_size = 0;
     std::uint32_t const kind = detect_container(declared_size, data, static_cast<std::int32_t>(size));
     if (kind == container_none) return true;
     entry.container_kinds.push_back(kind);
     decompressor.reset();
-    if (!decompressor.decompress_container(data, static_cast<std::int32_t>(size)) || decompressor.output().empty())
+    if (!decompressor.decompress_container(data, static_cast<std::int32_t>(size), wanted) ||
+        decompressor.output().empty())
         return refuse(entry, declared_size > read_limit ? decode_failure::container_too_large
                                                         : decode_failure::container_broken);
     data = decompressor.output().data();
@@ -104,8 +113,19 @@ bool decode_input_bytes(decode_buffers& buffers, prefetch_entry& entry, std::str
     if (buffers.wants.digest) note_input_digest(bytes, entry);
     std::uint8_t const* data = bytes.data();
     auto size = static_cast<std::uint32_t>(bytes.size());
-    if (!unwrap_container(data, size, buffers.outer, entry)) return false;
-    return decode_prefetch_buffer(data, size, buffers.inner, entry, version_label, buffers.wants);
+    // A form that shows neither names nor volumes reads the header and the
+    // strings as far as the executable's path: the first block holds the
+    // header, and the strings decode on as they are read.
+    bool const in_part = !buffers.wants.file_names && !buffers.wants.volumes && !buffers.wants.path_hash;
+    if (!unwrap_container(data, size, buffers.outer, entry, in_part ? header_bytes : read_limit)) return false;
+    container_decompressor* partial = in_part && data == buffers.outer.output().data() ? &buffers.outer : nullptr;
+    std::uint32_t inner_size = 0;
+    if (partial != nullptr && detect_container(inner_size, data, static_cast<std::int32_t>(size)) != container_none) {
+        // A container inside: it is decompressed from the whole output.
+        partial->decode_to(size);
+        partial = nullptr;
+    }
+    return decode_prefetch_buffer(data, size, buffers.inner, entry, version_label, buffers.wants, partial);
 }
 
 bool load_prefetch_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry,
@@ -115,8 +135,10 @@ bool load_prefetch_file(std::string const& path, decode_buffers& buffers, prefet
 }
 
 bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, container_decompressor& inner,
-                            prefetch_entry& entry, std::string& version_label, decode_wants const& wants)
+                            prefetch_entry& entry, std::string& version_label, decode_wants const& wants,
+                            container_decompressor* partial)
 {
+    if (partial != nullptr) partial->decode_to(header_bytes);
     // A container may hold another; this second layer is the last one
     // unwrapped, so a third is left as it is and refused below.
     if (!unwrap_container(data, size, inner, entry)) return false;
@@ -132,11 +154,11 @@ bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, contai
     entry.run_count_known = read_run_info(entry.last_run, entry.run_count, data);
     if (entry.run_count_known) entry.entry_times.insert(entry.last_run);
 
-    if (!decode_file_strings(entry.file_strings, exe_name, data, size, wants.file_names))
+    if (!decode_file_strings(entry.file_strings, exe_name, data, size, wants.file_names, partial))
         return refuse(entry, decode_failure::strings_past_end);
-    read_file_references(entry.file_references, buf, entry.file_strings);
+    if (wants.volumes) read_file_references(entry.file_references, buf, entry.file_strings);
     entry.target_path = exe_name.empty() ? std::string("unk") : wide_to_utf8(exe_name);
-    if (!decode_volumes(entry, data, size, wants.volume_directories))
+    if (!(wants.volumes ? decode_volumes(entry, data, size, wants.volume_directories) : volumes_in_buffer(data, size)))
         return refuse(entry, decode_failure::volumes_past_end);
 
     version_label = find_layout(buf).label;

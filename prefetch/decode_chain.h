@@ -24,6 +24,9 @@ bool decode_input_bytes(decode_buffers& buffers, prefetch_entry& entry, std::str
 bool load_prefetch_file(std::string const& path, decode_buffers& buffers, prefetch_entry& entry,
                         std::string& version_label);
 // Decodes bytes that are a Prefetch file or a container of one; a container
-// unpacks into `inner`, which a batch reuses from file to file.
+// unpacks into `inner`, which a batch reuses from file to file. `partial`,
+// when given, is the decompressor whose output the bytes are, decoded only
+// in part: it decodes on as far as the sections read reach.
 bool decode_prefetch_buffer(std::uint8_t const* data, std::uint32_t size, container_decompressor& inner,
-                            prefetch_entry& entry, std::string& version_label, decode_wants const& wants = {});
+                            prefetch_entry& entry, std::string& version_label, decode_wants const& wants = {},
+                            container_decompressor* partial = nullptr);

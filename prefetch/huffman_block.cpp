@@ -191,32 +191,40 @@ bool decode_far(byte_view block, code_tables tables, block_bit_reader& reader, s
 
 } // namespace
 
-// Symbols until the block has made 65536 bytes, the input ends, or the output
-// is full but for its last byte: the stream has no end symbol, and the
-// declared size ends it one byte early, so a literal never fills that byte.
-// `position` is where the block's output begins, and ends where it stopped,
-// also when the block failed; `consumed` is the input the block took.
-bool decode_huffman_symbols(byte_view block, code_tables tables, std::uint8_t* out, std::uint32_t out_size,
-                            std::uint32_t& position, std::size_t& consumed)
+huffman_block_decoder::huffman_block_decoder(byte_view block, code_tables tables, std::uint8_t* out,
+                                             std::uint32_t out_size, std::uint32_t position)
+    : m_block(block), m_tables(tables), m_out(out), m_out_size(out_size), m_position(position),
+      // The block's 65536 bytes and the output's last byte, as output positions.
+      m_stop(std::min<std::uint64_t>(std::uint64_t{position} + lz77_block_output, out_size - 1u)),
+      m_bits(block.data, static_cast<std::int64_t>(block.size)), m_over(false)
 {
-    block_bit_reader bits(block.data, static_cast<std::int64_t>(block.size));
-    // The block's 65536 bytes and the output's last byte, as output positions.
-    std::uint64_t const block_end = std::uint64_t{position} + lz77_block_output;
-    std::uint64_t const stop = std::min<std::uint64_t>(block_end, out_size - 1u);
-    bool ok = decode_far(block, tables, bits, out, out_size, position, stop);
+}
+
+bool huffman_block_decoder::run(std::uint32_t pause)
+{
+    if (m_over) return true;
+    // Each symbol is decoded when it starts before the limit, whether the
+    // block stops there or only pauses: so pausing changes nothing.
+    std::uint64_t const limit = std::min<std::uint64_t>(m_stop, pause);
+    bool ok = decode_far(m_block, m_tables, m_bits, m_out, m_out_size, m_position, limit);
     // Near the ends, one symbol a round, each end tested.
-    std::uint32_t out_pos = position;
+    std::uint32_t out_pos = m_position;
+    bool input_ended = false;
     while (ok) {
-        bits.refill();
-        if (out_pos >= stop || !bits.input_left()) break;
-        std::uint64_t const before = bits.all();
-        std::uint32_t const entry = take_step(bits, tables);
+        m_bits.refill();
+        if (out_pos >= limit) break;
+        if (!m_bits.input_left()) {
+            input_ended = true;
+            break;
+        }
+        std::uint64_t const before = m_bits.all();
+        std::uint32_t const entry = take_step(m_bits, m_tables);
         if (!huffman_step::is_match(entry)) {
-            out[out_pos++] = huffman_step::literal(entry);
+            m_out[out_pos++] = huffman_step::literal(entry);
             continue;
         }
-        match_copied const copied =
-            copy_match_of(block, bits, entry, huffman_step::distance(entry, before), out, out_size, out_pos);
+        match_copied const copied = copy_match_of(m_block, m_bits, entry, huffman_step::distance(entry, before),
+                                                  m_out, m_out_size, out_pos);
         out_pos = copied.position;
         ok = copied.ok;
         // A match that runs past the block's 65536 bytes is copied whole; the
@@ -225,8 +233,19 @@ bool decode_huffman_symbols(byte_view block, code_tables tables, std::uint8_t* o
     // Nothing not produced may stay behind: those bytes read as zero. Wide
     // pieces overshoot the end of a match by less than 16 bytes, and every
     // later symbol writes on from that end.
-    std::memset(out + out_pos, 0, std::min<std::uint32_t>(16, out_size - out_pos));
-    position = out_pos;
-    if (ok) consumed = static_cast<std::size_t>(bits.settle());
+    std::memset(m_out + out_pos, 0, std::min<std::uint32_t>(16, m_out_size - out_pos));
+    m_position = out_pos;
+    m_over = !ok || input_ended || out_pos >= m_stop;
+    if (m_over && ok) m_consumed = static_cast<std::size_t>(m_bits.settle());
+    return ok;
+}
+
+bool decode_huffman_symbols(byte_view block, code_tables tables, std::uint8_t* out, std::uint32_t out_size,
+                            std::uint32_t& position, std::size_t& consumed)
+{
+    huffman_block_decoder decoder(block, tables, out, out_size, position);
+    bool const ok = decoder.run(out_size);
+    position = decoder.position();
+    if (ok) consumed = decoder.consumed();
     return ok;
 }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "foundation/vlm_string.h"
+#include "prefetch/container_decompressor.h"
 #include "prefetch/prefetch_header.h"
 
 namespace {
@@ -31,6 +32,27 @@ byte_view read_terminated_units(byte_view buf, std::uint64_t& pos, bool& termina
     byte_view const units = read_units_to_zero(buf, pos, terminated);
     pos += units.size + (terminated ? 2 : 0);
     return units;
+}
+
+// read_terminated_units over the bytes `partial` has made final, decoding on
+// while the string runs to their end: the zero unit that ends it may not be
+// decoded yet. Each step decodes a few strings' worth more.
+byte_view read_final_units(byte_view buf, std::uint64_t& pos, bool& terminated, container_decompressor* partial)
+{
+    constexpr std::uint64_t step = 4096;
+    for (;;) {
+        std::uint64_t const final_end =
+            partial != nullptr ? std::min<std::uint64_t>(partial->final_end(), buf.size) : buf.size;
+        std::uint64_t next = pos;
+        byte_view const units =
+            read_terminated_units(byte_view{buf.data, static_cast<std::size_t>(final_end)}, next, terminated);
+        if (terminated || final_end >= buf.size) {
+            pos = next;
+            return units;
+        }
+        std::uint64_t const wanted = std::min<std::uint64_t>(std::max(final_end, pos) + step, buf.size);
+        partial->decode_to(static_cast<std::uint32_t>(wanted));
+    }
 }
 
 std::uint64_t align8(std::uint64_t pos) { return (pos + 7) & ~std::uint64_t{7}; }
@@ -183,7 +205,7 @@ private:
 } // namespace
 
 bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name_wide, std::uint8_t const* data,
-                         std::uint32_t size, bool keep_names)
+                         std::uint32_t size, bool keep_names, container_decompressor* partial)
 {
     if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return false;
     byte_view const buf{data, size};
@@ -200,7 +222,7 @@ bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name
     for (std::uint32_t ordinal = 1;; ++ordinal) {
         std::uint64_t const key = pos;
         bool terminated = false;
-        byte_view const units = read_terminated_units(buf, pos, terminated);
+        byte_view const units = read_final_units(buf, pos, terminated, partial);
         if (!terminated) break;
         // The first string that contains the header's name, case and all, is
         // the executable's path. An empty name is contained in every string.
@@ -212,13 +234,20 @@ bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name
     return true;
 }
 
-bool decode_volumes(prefetch_entry& entry, std::uint8_t const* data, std::uint32_t size, bool keep_directories)
+bool volumes_in_buffer(std::uint8_t const* data, std::uint32_t size)
 {
     if (!is_prefetch_buffer(data, static_cast<std::int32_t>(size))) return false;
+    std::uint32_t volumes_offset = 0;
+    read_u32(byte_view{data, size}, pf_header::volumes_offset, volumes_offset);
+    return volumes_offset <= size;
+}
+
+bool decode_volumes(prefetch_entry& entry, std::uint8_t const* data, std::uint32_t size, bool keep_directories)
+{
+    if (!volumes_in_buffer(data, size)) return false;
     byte_view const buf{data, size};
     std::uint32_t volumes_offset = 0;
     read_u32(buf, pf_header::volumes_offset, volumes_offset);
-    if (volumes_offset > size) return false;
 
     // The header's volume count is not trusted: the records end where the
     // first device path begins, so that offset tells how many there are.
