@@ -210,9 +210,10 @@ bool huffman_block_decoder::run(std::uint32_t pause)
     // Near the ends, one symbol a round, each end tested.
     std::uint32_t out_pos = m_position;
     bool input_ended = false;
-    while (ok) {
+    while (ok && out_pos < limit) {
+        // A refill may leave 64 bits, which the far loop's refill must not
+        // meet when a later run goes on: so none before a pause.
         m_bits.refill();
-        if (out_pos >= limit) break;
         if (!m_bits.input_left()) {
             input_ended = true;
             break;

@@ -251,4 +251,51 @@ TEST(huffman_bounds, rounds_stay_inside_input_and_output)
     }
 }
 
+// Decoding in steps, pausing inside blocks and between them, makes what one
+// go makes: the output, how much was made and taken, and whether a block
+// failed; and each step leaves at least the bytes asked for final.
+TEST(decoding_in_steps, makes_what_one_go_makes)
+{
+    byte_vec const text = text_like(300000);
+    struct steps_case { std::string name; byte_vec input; };
+    std::vector<steps_case> all = {
+        {"MAM of text", encode_mam(text)},
+        {"MEM0 of runs", encode_mem0(runs(200000), 3)},
+        {"every length escape", blocks_of(every_length_escape())},
+        {"MEM0 of text, blocks padded", encode_mem0(text_like(150000), 9)},
+    };
+    // Damage: bytes changed inside the second and third blocks' streams.
+    for (unsigned seed = 1; seed <= 6; ++seed) {
+        byte_vec damaged = all[0].input;
+        std::mt19937 engine(seed);
+        for (int i = 0; i < 3; ++i) damaged[20000 + engine() % 60000] ^= static_cast<std::uint8_t>(1 + engine() % 255);
+        all.push_back({"damaged " + std::to_string(seed), damaged});
+    }
+    for (auto const& c : all) {
+        SCOPED_TRACE(c.name);
+        container_decompressor whole;
+        ASSERT_TRUE(whole.decompress_container(c.input));
+        std::uint32_t const size = static_cast<std::uint32_t>(whole.output().size());
+        for (std::uint32_t step : {1u, 7u, 4096u, 65535u, 65536u, 100000u}) {
+            SCOPED_TRACE("step " + std::to_string(step));
+            container_decompressor stepped;
+            ASSERT_TRUE(stepped.decompress_container(c.input.data(), static_cast<std::int32_t>(c.input.size()), step));
+            std::uint32_t asked = step;
+            for (int guard = 0; stepped.final_end() < size && guard < 400000; ++guard) {
+                ASSERT_GE(stepped.final_end(), std::min(asked, size));
+                // The bytes already final are those of the whole output.
+                std::uint32_t const final_end = stepped.final_end();
+                ASSERT_TRUE(std::equal(stepped.output().begin(), stepped.output().begin() + final_end,
+                                       whole.output().begin()));
+                asked = final_end + step;
+                stepped.decode_to(asked);
+            }
+            EXPECT_EQ(stepped.output(), whole.output());
+            EXPECT_EQ(stepped.produced(), whole.produced());
+            EXPECT_EQ(stepped.consumed(), whole.consumed());
+            EXPECT_EQ(stepped.block_failed(), whole.block_failed());
+        }
+    }
+}
+
 } // namespace

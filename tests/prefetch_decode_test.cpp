@@ -4,10 +4,12 @@
 
 #include <cstdio>
 #include <functional>
+#include <random>
 
 #include "prefetch/byte_reader.h"
 #include "prefetch/evidence_guard.h"
 #include "prefetch/prefetch_header.h"
+#include "support/container_encoder.h"
 #include "support/decoded_file.h"
 #include "support/prefetch_builder.h"
 #include "support/run_process.h"
@@ -146,6 +148,60 @@ TEST(PrefetchDecode, LoadReadsSixteenMebibytes)
     // The same bytes handed over whole do hold the string.
     ASSERT_TRUE(decode(image, whole));
     EXPECT_EQ(values_of(whole.entry.file_strings), strings{"ABCD"});
+}
+
+// A form that shows neither names nor volumes decompresses a container only
+// as far as the executable's path. What it shows is what a whole decode
+// gives, wherever the path lies (in the first block, astride a block's end,
+// past the strings' end or nowhere) and however the container is damaged.
+TEST(PrefetchDecode, ContainerDecodedInPartShowsWhatAWholeOneShows)
+{
+    decode_wants const shown_alone{.digest = false, .file_names = false, .volume_directories = false,
+                                   .path_hash = false, .volumes = false};
+    auto const decode_with = [](byte_vec const& bytes, decode_wants wants, decoded_file& file) {
+        file.buffers.file_bytes = bytes;
+        file.buffers.wants = wants;
+        return decode_input_bytes(file.buffers, file.entry, file.label);
+    };
+    std::u16string const folder = u"\\DEVICE\\HARDDISKVOLUME2\\PROGRAM FILES\\SOME VENDOR\\";
+    // Some 330 bytes a string: a block of output holds about 200 of them.
+    for (std::size_t path_at : std::vector<std::size_t>{0, 150, 198, 199, 200, 201, 390, 399, 1000}) {
+        SCOPED_TRACE("path at string " + std::to_string(path_at));
+        pf_fields fields = typical_prefetch(30);
+        fields.file_strings.clear();
+        for (std::size_t i = 0; i < 400; ++i) {
+            std::u16string name = folder + u"COMPONENT" + std::u16string(100, u'X');
+            for (std::size_t n = i; n > 0; n /= 10) name += static_cast<char16_t>(u'0' + n % 10);
+            fields.file_strings.push_back(name + (i == path_at ? u"\\NOTEPAD.EXE" : u".DLL"));
+        }
+        byte_vec const container = encode_mam(build_prefetch(fields).bytes);
+        std::vector<byte_vec> inputs = {container};
+        std::mt19937 engine(static_cast<unsigned>(path_at));
+        for (int damaged = 0; damaged < 4; ++damaged) {
+            byte_vec copy = container;
+            for (int i = 0; i < 2; ++i) copy[8 + engine() % (copy.size() - 8)] ^= static_cast<std::uint8_t>(1 + engine() % 255);
+            inputs.push_back(copy);
+        }
+        for (byte_vec const& input : inputs) {
+            decoded_file part, whole;
+            bool const part_ok = decode_with(input, shown_alone, part);
+            ASSERT_EQ(part_ok, decode_with(input, decode_wants{}, whole));
+            EXPECT_EQ(part.entry.failure, whole.entry.failure);
+            EXPECT_EQ(part.entry.target_path, whole.entry.target_path);
+            EXPECT_EQ(part.entry.target_name, whole.entry.target_name);
+            EXPECT_EQ(part.entry.run_count, whole.entry.run_count);
+            EXPECT_EQ(part.entry.last_run, whole.entry.last_run);
+            EXPECT_EQ(part.entry.prev_run_times, whole.entry.prev_run_times);
+            EXPECT_EQ(part.label, whole.label);
+        }
+        // Undamaged, the path is found where it lies, and what follows it is left alone.
+        decoded_file part;
+        ASSERT_TRUE(decode_with(container, shown_alone, part));
+        EXPECT_EQ(part.entry.target_path.find("SOME VENDOR") != std::string::npos, path_at < 400);
+        if (path_at <= 150) {
+            EXPECT_LT(part.buffers.outer.final_end(), part.buffers.outer.output().size() / 2);
+        }
+    }
 }
 
 } // namespace
