@@ -69,7 +69,7 @@ void run_in_order(unsigned threads, std::size_t window, make_fn make, work_fn wo
         }
     } shared;
     // Works on `next` without the lock, which it holds before and after.
-    auto const work_unlocked = [&shared, &work](std::unique_lock<std::mutex>& guard, slot* next, unsigned w) {
+    auto const work_unlocked = [&work](std::unique_lock<std::mutex>& guard, slot* next, unsigned w) {
         guard.unlock();
         work(next->value, w);
         guard.lock();

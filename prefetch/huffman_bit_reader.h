@@ -61,6 +61,8 @@ public:
         m_held |= 48;
     }
     std::int64_t next() const { return m_next; }
+    // All 64 bits held, as `refill` may leave them: no state for `refill_ahead`.
+    bool full() const { return m_held >= 64; }
     std::uint64_t all() const { return m_bits; }
 
     // True while the exact place of the stream lies before the end of the

@@ -206,13 +206,14 @@ bool huffman_block_decoder::run(std::uint32_t pause)
     // Each symbol is decoded when it starts before the limit, whether the
     // block stops there or only pauses: so pausing changes nothing.
     std::uint64_t const limit = std::min<std::uint64_t>(m_stop, pause);
-    bool ok = decode_far(m_block, m_tables, m_bits, m_out, m_out_size, m_position, limit);
+    // A pause may come after symbols of a damaged table that take no bits,
+    // with all 64 bits held: the near loop then goes on alone.
+    bool ok = m_bits.full() || decode_far(m_block, m_tables, m_bits, m_out, m_out_size, m_position, limit);
     // Near the ends, one symbol a round, each end tested.
     std::uint32_t out_pos = m_position;
     bool input_ended = false;
     while (ok && out_pos < limit) {
-        // A refill may leave 64 bits, which the far loop's refill must not
-        // meet when a later run goes on: so none before a pause.
+        // No refill before a pause: it may leave all 64 bits held.
         m_bits.refill();
         if (!m_bits.input_left()) {
             input_ended = true;

@@ -66,6 +66,20 @@ std::vector<std::uint8_t> deficient_lengths()
     return lengths;
 }
 
+// Block 1 has every byte of `first` (65536 bytes) at 8 bits, so index 32767
+// belongs to 255. Block 2 codes 255 as fifteen 1 bits, then its table loses
+// 255: the index now finds the old symbol, at 0 bits, to the end.
+byte_vec later_deficient_table(byte_vec const& first)
+{
+    auto const literals = tokens(std::string(first.begin(), first.end()));
+    std::vector<std::uint8_t> at_8_bits(256, 8), with_255 = deficient_lengths();
+    at_8_bits.resize(512, 0);
+    with_255[255] = 15;
+    byte_vec later = huffman_block({lz_literal(1), lz_literal(255)}, with_255);
+    later[127] &= 0x0F;
+    return huffman_container({huffman_block(literals, at_8_bits), later}, 65546);
+}
+
 // Literals 'a' to 'n' at 1 to 14 bits, then 'z' and the match of 3 bytes one
 // back at 15 bits each: a complete code whose two longest codes are the last
 // two entries of the table.
@@ -150,16 +164,7 @@ TEST(streams, decode_to_the_stated_bytes)
     std::string const path = folder / "out.bin";
     std::vector<std::uint8_t> over(512, 0);
     over['a'] = over['b'] = over['c'] = 1; // 'c' falls behind the cut
-    // Block 1 has every byte at 8 bits, so index 32767 belongs to 255. Block 2
-    // codes 255 as fifteen 1 bits, then its table loses 255: the index now finds
-    // the old symbol, at 0 bits.
     byte_vec const first = random_bytes(65536, 5);
-    auto const literals = tokens(std::string(first.begin(), first.end()));
-    std::vector<std::uint8_t> at_8_bits(256, 8), with_255 = deficient_lengths();
-    at_8_bits.resize(512, 0);
-    with_255[255] = 15;
-    byte_vec later = huffman_block({lz_literal(1), lz_literal(255)}, with_255);
-    later[127] &= 0x0F;
     byte_vec tail = first;
     for (std::uint8_t b : {1, 255, 255, 255, 255, 255, 255, 255, 255, 0}) tail.push_back(b);
     // 12 and 30 bytes share one half-byte; 400 then takes a new one.
@@ -188,8 +193,7 @@ TEST(streams, decode_to_the_stated_bytes)
          huffman_container({huffman_block(tokens({"\0\3", 2}), deficient_lengths())}, 400), byte_vec(400, 0), false},
         {"oversubscribed table is cut", huffman_container({huffman_block(tokens("abbaa"), over)}, 5),
          bytes({"abba\0", 5}), true},
-        {"later deficient table runs on the old tail",
-         huffman_container({huffman_block(literals, at_8_bits), later}, 65546), tail, true},
+        {"later deficient table runs on the old tail", later_deficient_table(first), tail, true},
         {"plain: text", encode_xpress(text), text, true},
         {"plain: runs", encode_xpress(run), with_size(run, 65536), true},
         {"plain: shared half-byte", xpress_container(plain_lz77_stream(shared)), with_size(apply_tokens(shared), 65536), true},
@@ -263,6 +267,7 @@ TEST(decoding_in_steps, makes_what_one_go_makes)
         {"MEM0 of runs", encode_mem0(runs(200000), 3)},
         {"every length escape", blocks_of(every_length_escape())},
         {"MEM0 of text, blocks padded", encode_mem0(text_like(150000), 9)},
+        {"symbols of no bits", later_deficient_table(random_bytes(65536, 5))},
     };
     // Damage: bytes changed inside the second and third blocks' streams.
     for (unsigned seed = 1; seed <= 6; ++seed) {
