@@ -4,6 +4,7 @@
 
 #include <array>
 
+#include "evidence/image_backends.h"
 #include "evidence/library_text.h"
 
 namespace {
@@ -17,9 +18,30 @@ std::string message_of(libqcow_error_t*& error)
     return library_message_line(text.data());
 }
 
+// The disk as libqcow reads it.
+class libqcow_disk final : public qcow_disk_backend {
+public:
+    libqcow_disk();
+    ~libqcow_disk() override;
+    libqcow_disk(libqcow_disk const&) = delete;
+    libqcow_disk& operator=(libqcow_disk const&) = delete;
+
+    bool open(std::string const& path) override;
+    std::string const& problem() const override { return m_problem; }
+    byte_range const& bytes() const override { return m_bytes; }
+
+private:
+    struct handles;
+    std::unique_ptr<handles> m_handles;
+    byte_range m_bytes;
+    std::string m_problem;
+};
+
 } // namespace
 
-bool is_qcow_image(std::string const& path)
+std::unique_ptr<qcow_disk_backend> libqcow_disk_backend() { return std::make_unique<libqcow_disk>(); }
+
+bool qcow_signature_found(std::string const& path)
 {
     libqcow_error_t* error = nullptr;
     int const found = libqcow_check_file_signature(path.c_str(), &error);
@@ -27,7 +49,7 @@ bool is_qcow_image(std::string const& path)
     return found == 1;
 }
 
-struct qcow_disk::handles {
+struct libqcow_disk::handles {
     libqcow_file_t* file = nullptr;
     bool opened = false;
 
@@ -38,10 +60,10 @@ struct qcow_disk::handles {
     }
 };
 
-qcow_disk::qcow_disk() : m_handles(std::make_unique<handles>()) {}
-qcow_disk::~qcow_disk() = default;
+libqcow_disk::libqcow_disk() : m_handles(std::make_unique<handles>()) {}
+libqcow_disk::~libqcow_disk() = default;
 
-bool qcow_disk::open(std::string const& path)
+bool libqcow_disk::open(std::string const& path)
 {
     m_handles = std::make_unique<handles>();
     m_bytes = {};

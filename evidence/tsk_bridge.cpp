@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+#include "evidence/image_backends.h"
 #include "prefetch/byte_reader.h"
 
 namespace {
@@ -72,9 +73,39 @@ TSK_WALK_RET_ENUM note_deleted(TSK_FS_FILE* file, void* walk_state)
     return TSK_WALK_CONT;
 }
 
+// The image as The Sleuth Kit reads it.
+class tsk_disk_image final : public disk_image_backend {
+public:
+    tsk_disk_image();
+    ~tsk_disk_image() override;
+    tsk_disk_image(tsk_disk_image const&) = delete;
+    tsk_disk_image& operator=(tsk_disk_image const&) = delete;
+
+    bool open(std::string const& path) override;
+    bool open(byte_range const& range) override;
+    void open_volumes() override;
+    std::vector<ntfs_volume_place> const& volumes() const override;
+    byte_range volume_bytes(std::size_t volume) const override;
+    std::uint64_t root_folder(std::size_t volume) const override;
+    std::vector<folder_name> list_folder(std::size_t volume, std::uint64_t folder) const override;
+    bool file_facts(std::size_t volume, std::uint64_t entry, ntfs_file_facts& facts) const override;
+    bool read_file(std::size_t volume, std::uint64_t entry, std::uint64_t size,
+                   std::vector<std::uint8_t>& bytes) const override;
+    std::vector<byte_span> unallocated_runs(std::size_t volume) const override;
+    std::vector<folder_name> deleted_in_folder(std::size_t volume, std::uint64_t folder) const override;
+    std::string error() const override;
+    void clear_error() const override;
+
+private:
+    struct handles;
+    std::unique_ptr<handles> m_handles;
+};
+
 } // namespace
 
-struct disk_image::handles {
+std::unique_ptr<disk_image_backend> tsk_disk_image_backend() { return std::make_unique<tsk_disk_image>(); }
+
+struct tsk_disk_image::handles {
     TSK_IMG_INFO* image = nullptr;
     TSK_VS_INFO* table = nullptr;
     std::vector<TSK_FS_INFO*> file_systems;
@@ -95,10 +126,10 @@ struct disk_image::handles {
     }
 };
 
-disk_image::disk_image() : m_handles(std::make_unique<handles>()) {}
-disk_image::~disk_image() = default;
+tsk_disk_image::tsk_disk_image() : m_handles(std::make_unique<handles>()) {}
+tsk_disk_image::~tsk_disk_image() = default;
 
-bool disk_image::open(std::string const& path)
+bool tsk_disk_image::open(std::string const& path)
 {
     m_handles = std::make_unique<handles>();
     clear_error();
@@ -106,7 +137,7 @@ bool disk_image::open(std::string const& path)
     return m_handles->image != nullptr;
 }
 
-bool disk_image::open(byte_range const& range)
+bool tsk_disk_image::open(byte_range const& range)
 {
     m_handles = std::make_unique<handles>();
     clear_error();
@@ -118,7 +149,7 @@ bool disk_image::open(byte_range const& range)
     return m_handles->image != nullptr;
 }
 
-void disk_image::open_volumes()
+void tsk_disk_image::open_volumes()
 {
     handles& h = *m_handles;
     if (h.image == nullptr) return;
@@ -135,9 +166,9 @@ void disk_image::open_volumes()
     }
 }
 
-std::vector<ntfs_volume_place> const& disk_image::volumes() const { return m_handles->places; }
+std::vector<ntfs_volume_place> const& tsk_disk_image::volumes() const { return m_handles->places; }
 
-byte_range disk_image::volume_bytes(std::size_t volume) const
+byte_range tsk_disk_image::volume_bytes(std::size_t volume) const
 {
     ntfs_volume_place const place = m_handles->places.at(volume);
     TSK_IMG_INFO* image = m_handles->image;
@@ -149,12 +180,12 @@ byte_range disk_image::volume_bytes(std::size_t volume) const
             }};
 }
 
-std::uint64_t disk_image::root_folder(std::size_t volume) const
+std::uint64_t tsk_disk_image::root_folder(std::size_t volume) const
 {
     return m_handles->file_systems.at(volume)->root_inum;
 }
 
-std::vector<folder_name> disk_image::list_folder(std::size_t volume, std::uint64_t folder) const
+std::vector<folder_name> tsk_disk_image::list_folder(std::size_t volume, std::uint64_t folder) const
 {
     std::vector<folder_name> found;
     TSK_FS_DIR* dir = tsk_fs_dir_open_meta(m_handles->file_systems.at(volume), folder);
@@ -169,7 +200,7 @@ std::vector<folder_name> disk_image::list_folder(std::size_t volume, std::uint64
     return found;
 }
 
-bool disk_image::file_facts(std::size_t volume, std::uint64_t entry, ntfs_file_facts& facts) const
+bool tsk_disk_image::file_facts(std::size_t volume, std::uint64_t entry, ntfs_file_facts& facts) const
 {
     TSK_FS_FILE* opened = tsk_fs_file_open_meta(m_handles->file_systems.at(volume), nullptr, entry);
     bool const read = opened != nullptr && opened->meta != nullptr && read_standard_times(opened, facts);
@@ -181,7 +212,7 @@ bool disk_image::file_facts(std::size_t volume, std::uint64_t entry, ntfs_file_f
     return read;
 }
 
-bool disk_image::read_file(std::size_t volume, std::uint64_t entry, std::uint64_t size,
+bool tsk_disk_image::read_file(std::size_t volume, std::uint64_t entry, std::uint64_t size,
                            std::vector<std::uint8_t>& bytes) const
 {
     bytes.clear();
@@ -200,7 +231,7 @@ bool disk_image::read_file(std::size_t volume, std::uint64_t entry, std::uint64_
     return done == size;
 }
 
-std::string disk_image::error() const
+std::string tsk_disk_image::error() const
 {
     char const* text = tsk_error_get();
     std::string line = text != nullptr ? text : "";
@@ -208,9 +239,9 @@ std::string disk_image::error() const
     return line.empty() ? line : " (" + line + ")";
 }
 
-void disk_image::clear_error() const { tsk_error_reset(); }
+void tsk_disk_image::clear_error() const { tsk_error_reset(); }
 
-std::vector<folder_name> disk_image::deleted_in_folder(std::size_t volume, std::uint64_t folder) const
+std::vector<folder_name> tsk_disk_image::deleted_in_folder(std::size_t volume, std::uint64_t folder) const
 {
     TSK_FS_INFO* fs = m_handles->file_systems.at(volume);
     deleted_walk walk;
@@ -238,7 +269,7 @@ TSK_WALK_RET_ENUM note_free_block(TSK_FS_BLOCK const* block, void* context)
 
 } // namespace
 
-std::vector<byte_span> disk_image::unallocated_runs(std::size_t volume) const
+std::vector<byte_span> tsk_disk_image::unallocated_runs(std::size_t volume) const
 {
     TSK_FS_INFO* fs = m_handles->file_systems.at(volume);
     free_walk walk{fs->block_size, {}};

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "evidence/image_backends.h"
 #include "evidence/library_text.h"
 
 namespace {
@@ -97,9 +98,30 @@ std::string guid_text(std::array<std::uint8_t, 16> const& g)
     return text;
 }
 
+// The shadow copies as libvshadow reads them.
+class vshadow_volume final : public shadow_volume_backend {
+public:
+    vshadow_volume();
+    ~vshadow_volume() override;
+    vshadow_volume(vshadow_volume const&) = delete;
+    vshadow_volume& operator=(vshadow_volume const&) = delete;
+
+    bool open(byte_range const& volume) override;
+    std::vector<shadow_store> const& stores() const override { return m_stores; }
+    std::string const& problem() const override { return m_problem; }
+
+private:
+    struct handles;
+    std::unique_ptr<handles> m_handles;
+    std::vector<shadow_store> m_stores;
+    std::string m_problem;
+};
+
 } // namespace
 
-struct shadow_volume::handles {
+std::unique_ptr<shadow_volume_backend> vshadow_volume_backend() { return std::make_unique<vshadow_volume>(); }
+
+struct vshadow_volume::handles {
     libbfio_handle_t* file = nullptr;
     libvshadow_volume_t* volume = nullptr;
     std::vector<libvshadow_store_t*> stores;
@@ -114,10 +136,10 @@ struct shadow_volume::handles {
     }
 };
 
-shadow_volume::shadow_volume() : m_handles(std::make_unique<handles>()) {}
-shadow_volume::~shadow_volume() = default;
+vshadow_volume::vshadow_volume() : m_handles(std::make_unique<handles>()) {}
+vshadow_volume::~vshadow_volume() = default;
 
-bool shadow_volume::open(byte_range const& volume)
+bool vshadow_volume::open(byte_range const& volume)
 {
     m_handles = std::make_unique<handles>();
     m_stores.clear();

@@ -1,7 +1,8 @@
 #pragma once
 // libvshadow (through libbfio) behind plain values: the shadow-copy stores
 // of one NTFS volume, each a byte range that reads the volume as it was when
-// the copy was taken. This is the one unit that knows those libraries.
+// the copy was taken. The libraries themselves are known only to
+// vshadow_bridge.cpp, in the image module.
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -17,10 +18,21 @@ struct shadow_store {
     byte_range bytes;          // the volume as the store keeps it
 };
 
+// What the libraries do for a volume's shadow copies, behind an interface
+// that the image module implements.
+class shadow_volume_backend {
+public:
+    virtual ~shadow_volume_backend() = default;
+    virtual bool open(byte_range const& volume) = 0;
+    virtual std::vector<shadow_store> const& stores() const = 0;
+    virtual std::string const& problem() const = 0;
+};
+
+// The shadow copies of a volume. Without the image module, open fails and
+// problem() says why.
 class shadow_volume {
 public:
     shadow_volume();
-    ~shadow_volume();
     shadow_volume(shadow_volume const&) = delete;
     shadow_volume& operator=(shadow_volume const&) = delete;
 
@@ -28,13 +40,12 @@ public:
     // range must outlive this object. False when the volume has no
     // shadow-copy header (problem() empty) or its catalog can't be read
     // (problem() says why).
-    bool open(byte_range const& volume);
-    std::vector<shadow_store> const& stores() const { return m_stores; }
-    std::string const& problem() const { return m_problem; }
+    bool open(byte_range const& volume) { return m_backend && m_backend->open(volume); }
+    std::vector<shadow_store> const& stores() const { return m_backend ? m_backend->stores() : m_no_stores; }
+    std::string const& problem() const { return m_backend ? m_backend->problem() : m_missing; }
 
 private:
-    struct handles;
-    std::unique_ptr<handles> m_handles;
-    std::vector<shadow_store> m_stores;
-    std::string m_problem;
+    std::string m_missing; // why there is no backend; first, as the constructor fills it
+    std::unique_ptr<shadow_volume_backend> m_backend;
+    std::vector<shadow_store> m_no_stores;
 };

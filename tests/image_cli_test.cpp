@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "support/run_process.h"
+#include "support/temp_folder.h"
 #include "support/test_table.h"
 
 namespace {
@@ -294,6 +295,28 @@ TEST_F(image_cli_test, unallocated_finds_the_intact_deleted_files)
         EXPECT_EQ(record, original) << offset;
     }
     EXPECT_EQ(seen, wanted);
+}
+
+} // namespace
+
+namespace {
+
+// The image libraries load with their module, only for an image: a kito
+// without the module beside it still reads files, and says why it can't
+// read an image.
+TEST_F(image_cli_test, a_kito_without_its_image_module_reads_files_but_no_image)
+{
+    temp_folder const alone{"without-module"};
+    std::string const kito = alone / "kito";
+    std::filesystem::copy_file(env_or_empty("KITO_BINARY"), kito);
+    process_result const file = run_process(kito, {env_or_empty("KITO_SAMPLES") + "/CMD.EXE-4A81B364.pf", "-csv"});
+    EXPECT_EQ(file.status, 0) << file.err;
+    EXPECT_NE(file.out.find("CMD.EXE-4A81B364.pf,CMD.EXE,"), std::string::npos) << file.out;
+    process_result const image = run_process(kito, {"-image", images + "/disk.raw", "-csv"});
+    EXPECT_NE(image.status, 0);
+    EXPECT_NE(image.err.find("prob opening image " + images + "/disk.raw (image support not loaded: "), std::string::npos)
+        << image.err;
+    std::filesystem::remove(kito);
 }
 
 } // namespace
