@@ -19,30 +19,18 @@ while getopts s:r: option; do
 done
 shift $((OPTIND - 1))
 [ $# -ge 1 ] || { echo "usage: carve_bench.sh [-s MiB] [-r rounds] <kito> [<kito> ...]" >&2; exit 2; }
+. "$(cd "$(dirname "$0")" && pwd)/folders.sh"
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/kito_carve_bench.XXXXXX")
 trap 'rm -rf "$work"' EXIT INT TERM
 head -c $((size * 1048576)) /dev/urandom > "$work/random.bin"
 cat "$work/random.bin" > /dev/null
 
-# Best wall time of `rounds` runs of the command, in seconds.
-best() {
-    best_time=
-    i=0
-    while [ $i -lt "$rounds" ]; do
-        start=$(date +%s.%N)
-        "$@" > /dev/null 2>&1 || true
-        end=$(date +%s.%N)
-        best_time=$(echo "$start $end ${best_time:-}" | awk '{t = $2 - $1; if ($3 != "" && $3 < t) t = $3; printf "%.4f", t}')
-        i=$((i + 1))
-    done
-    echo "$best_time"
-}
 
-cat_time=$(best sh -c "cat '$work/random.bin' > /dev/null")
+cat_time=$(best_time sh -c "cat '$work/random.bin' > /dev/null")
 printf '%-40s %8s s\n' "cat ($size MiB)" "$cat_time"
 for kito in "$@"; do
-    t=$(best "$kito" -carve "$work/random.bin" -csv)
+    t=$(best_time "$kito" -carve "$work/random.bin" -csv)
     memory=
     [ -x /usr/bin/time ] && memory=$(/usr/bin/time -f %M "$kito" -carve "$work/random.bin" -csv 2>&1 >/dev/null | tail -1)
     printf '%-40s %8s s  %5.2f x cat  %s\n' "$kito -carve" "$t" "$(echo "$t $cat_time" | awk '{print $1 / $2}')" \

@@ -1,5 +1,21 @@
 # Folders of Prefetch files for the benchmarks and the output comparison,
-# built from the corpus's real files. Sourced, not run.
+# built from the corpus's real files, and the timing the benchmarks share.
+# Sourced, not run.
+
+# best_time <command...>: the least wall time of `rounds` runs, in seconds.
+best_time() {
+    best_seconds=
+    best_round=0
+    while [ "$best_round" -lt "$rounds" ]; do
+        best_start=$(date +%s.%N)
+        "$@" > /dev/null 2>&1 || true
+        best_end=$(date +%s.%N)
+        best_seconds=$(echo "$best_start $best_end ${best_seconds:-}" |
+            awk '{ t = $2 - $1; if ($3 != "" && $3 < t) t = $3; printf "%.4f", t }')
+        best_round=$((best_round + 1))
+    done
+    echo "$best_seconds"
+}
 
 # corpus_folder <corpus> <work> <file count>: every real file but the
 # deliberately broken one, under a unique name (the same program name occurs

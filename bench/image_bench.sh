@@ -48,19 +48,6 @@ umount "$work/mnt"
 find "$work/extracted" -type f | sort > "$work/list"
 cat "$work/volume.raw" "$work/list" > /dev/null
 
-# best_time <command...>: the least wall time of `rounds` runs, in seconds.
-best_time() {
-    best=""
-    i=0
-    while [ $i -lt "$rounds" ]; do
-        start=$(date +%s.%N)
-        "$@" > /dev/null 2>&1 || true
-        end=$(date +%s.%N)
-        best=$(echo "$start $end ${best:-1e9}" | awk '{ t = $2 - $1; print (t < $3 ? t : $3) }')
-        i=$((i + 1))
-    done
-    echo "$best"
-}
 peak_kib() {
     if [ -x /usr/bin/time ]; then /usr/bin/time -f %M "$@" 2>&1 > /dev/null | tail -n 1; else echo "-"; fi
 }

@@ -70,18 +70,6 @@ python3 "$writer" write "$volume" "$work/state1.raw" "$work/state2.raw" > /dev/n
 rm "$work/state1.raw" "$work/state2.raw"
 cat "$volume" > /dev/null
 
-best_time() {
-    best=""
-    i=0
-    while [ $i -lt "$rounds" ]; do
-        start=$(date +%s.%N)
-        "$@" > /dev/null 2>&1 || true
-        end=$(date +%s.%N)
-        best=$(echo "$start $end ${best:-1e9}" | awk '{ t = $2 - $1; print (t < $3 ? t : $3) }')
-        i=$((i + 1))
-    done
-    echo "$best"
-}
 reported() { "$@" -quiet -json 2> /dev/null | grep -c '"record":"prefetch"'; }
 
 printf '%-6s %10s %10s %8s\n' form "image s" "-vss s" ratio

@@ -68,7 +68,7 @@ void container_decompressor::reset()
     m_consumed = 0;
     m_block_failed = false;
     m_resume_position = -1;
-    m_block_active = false;
+    m_block = {};
 }
 
 void container_decompressor::trim(std::size_t kept)
@@ -90,7 +90,7 @@ bool container_decompressor::decompress_container(std::uint8_t const* data, std:
 bool container_decompressor::decompress_container(std::uint8_t const* data, std::int32_t size, std::uint32_t wanted)
 {
     m_resume_position = -1;
-    m_block_active = false;
+    m_block = {};
     m_wanted = std::max<std::uint32_t>(wanted, 1);
     if (data == nullptr) size = 0;
     std::int64_t position = 0;
@@ -152,7 +152,7 @@ bool container_decompressor::decode_blocks(std::uint8_t const* data, std::int32_
         return true;
     };
     for (;;) {
-        if (!m_block_active) {
+        if (m_block.over()) {
             // A block needs more than its 256-byte table behind the position; the
             // last output byte is never decoded, so the loop stops one short of it.
             if (position < 0 || position >= size || size - position <= 256 || block_size <= 0 ||
@@ -179,7 +179,6 @@ bool container_decompressor::decode_blocks(std::uint8_t const* data, std::int32_
         m_output_pos = m_block.position();
         // Paused inside the block: `position` stays at its start.
         if (ok && !m_block.over()) return pause();
-        m_block_active = false;
         if (!ok || m_block.consumed() == 0) {
             m_block_failed = true;
             break;
@@ -200,7 +199,6 @@ bool container_decompressor::start_huffman_block(std::uint8_t const* block, std:
     if (!m_table.usable()) return false;
     m_block = huffman_block_decoder(byte_view{block, length}, m_table.lookup(), m_output.data(), m_output_size,
                                     m_output_pos);
-    m_block_active = true;
     return true;
 }
 

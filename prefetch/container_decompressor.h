@@ -71,8 +71,7 @@ private:
     bool m_table_ready = false;
     std::size_t m_consumed = 0;
     bool m_block_failed = false;
-    huffman_block_decoder m_block; // the block in hand, while m_block_active
-    bool m_block_active = false;
+    huffman_block_decoder m_block; // the block in hand while it is not over
     // Where the blocks stopped before their end, to go on from (the start of
     // the block in hand, if any); -1 once they ended.
     std::uint8_t const* m_input = nullptr;

@@ -241,13 +241,3 @@ bool huffman_block_decoder::run(std::uint32_t pause)
     if (m_over && ok) m_consumed = static_cast<std::size_t>(m_bits.settle());
     return ok;
 }
-
-bool decode_huffman_symbols(byte_view block, code_tables tables, std::uint8_t* out, std::uint32_t out_size,
-                            std::uint32_t& position, std::size_t& consumed)
-{
-    huffman_block_decoder decoder(block, tables, out, out_size, position);
-    bool const ok = decoder.run(out_size);
-    position = decoder.position();
-    if (ok) consumed = decoder.consumed();
-    return ok;
-}

@@ -24,7 +24,9 @@ public:
     // past it), until the block is over. False when a match reaches back
     // before the output's start or its length escape lies past the input.
     bool run(std::uint32_t pause);
-    // Made its 65536 bytes, filled the output, ran out of input, or failed.
+    // Made its 65536 bytes, filled the output but for its last byte, ran out
+    // of input, or failed. The stream has no end symbol: the declared size
+    // ends it one byte early, so a literal never fills that byte.
     bool over() const { return m_over; }
     std::uint32_t position() const { return m_position; }
     // The input the block took, once it is over without failing.
@@ -41,13 +43,3 @@ private:
     bool m_over = true;
     std::size_t m_consumed = 0;
 };
-
-// Symbols until the block has made 65536 bytes, the input ends, or the output
-// is full but for its last byte: the stream has no end symbol, and the
-// declared size ends it one byte early, so a literal never fills that byte.
-// `position` is where the block's output begins, and ends where it stopped,
-// also when the block failed; `consumed` is the input the block took. False
-// when a match reaches back before the output's start or its length escape
-// lies past the input.
-bool decode_huffman_symbols(byte_view block, code_tables tables, std::uint8_t* out, std::uint32_t out_size,
-                            std::uint32_t& position, std::size_t& consumed);
