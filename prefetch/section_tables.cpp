@@ -36,10 +36,12 @@ byte_view read_terminated_units(byte_view buf, std::uint64_t& pos, bool& termina
 
 // read_terminated_units over the bytes `partial` has made final, decoding on
 // while the string runs to their end: the zero unit that ends it may not be
-// decoded yet. Each step decodes a few strings' worth more.
+// decoded yet. Each step decodes a few strings' worth more, or as much again
+// as the string has run so far, so that a string as long as the buffer is
+// scanned a few times over, not once for every step.
 byte_view read_final_units(byte_view buf, std::uint64_t& pos, bool& terminated, container_decompressor* partial)
 {
-    constexpr std::uint64_t step = 4096;
+    constexpr std::uint64_t least_step = 4096;
     for (;;) {
         std::uint64_t const final_end =
             partial != nullptr ? std::min<std::uint64_t>(partial->final_end(), buf.size) : buf.size;
@@ -50,7 +52,8 @@ byte_view read_final_units(byte_view buf, std::uint64_t& pos, bool& terminated, 
             pos = next;
             return units;
         }
-        std::uint64_t const wanted = std::min<std::uint64_t>(std::max(final_end, pos) + step, buf.size);
+        std::uint64_t const run = final_end > pos ? final_end - pos : 0;
+        std::uint64_t const wanted = std::min<std::uint64_t>(std::max(final_end, pos) + std::max(least_step, run), buf.size);
         partial->decode_to(static_cast<std::uint32_t>(wanted));
     }
 }
