@@ -126,8 +126,9 @@ bool fileio::read(std::vector<std::uint8_t>& out, std::int64_t count, std::uint6
         done += static_cast<std::uint64_t>(got);
     }
     m_position = static_cast<std::uint64_t>(at) + done;
-    // A short read keeps what arrived; when nothing did, the zeroes stay.
+    // A short read keeps what arrived; when nothing did, zeroes stand for it.
     if (done > 0 && done < length) out.resize(done);
+    if (done == 0) std::fill(out.begin(), out.end(), std::uint8_t{0});
     return true;
 }
 
@@ -320,16 +321,17 @@ std::ostream& null_out_stream()
 
 bool read_file_prefix(std::string const& path, std::uint32_t limit, std::vector<std::uint8_t>& out)
 {
-    out.clear();
-    if (path.empty() || limit == 0) return false;
-    uni::fileio file(path, /*write=*/false, /*truncate=*/false);
-    if (!file.is_open()) return false;
+    // The buffer keeps its size until the read sets it: one used for file
+    // after file then has only its growth filled with zeroes, not every file.
+    uni::fileio file;
+    if (!path.empty() && limit != 0) file.open(path, /*write=*/false, /*truncate=*/false);
     // 32-bit arithmetic: a file of exactly 4 GiB counts as empty.
-    auto low_size = static_cast<std::uint32_t>(file.size());
-    if (low_size == 0) return false;
-    bool result = file.read(out, std::min(low_size, limit), 0);
-    file.close();
-    return result;
+    auto const low_size = file.is_open() ? static_cast<std::uint32_t>(file.size()) : 0;
+    if (low_size == 0 || !file.read(out, std::min(low_size, limit), 0)) {
+        out.clear();
+        return false;
+    }
+    return true;
 }
 
 bool read_whole_file(std::vector<std::uint8_t>& out, std::string const& path, std::uint32_t count)

@@ -70,74 +70,91 @@ char* put_utf8(char* out, std::uint32_t v)
     return out;
 }
 
-// The UTF-8 form of `count` elements, element(i) giving each: measured first,
-// so the text is allocated once at its size. An element beyond Unicode ends
-// the text, keeping what came before; without memory the text is empty.
+// Appends the UTF-8 form of `count` elements, element(i) giving each:
+// measured first, so the text grows once to its size. An element beyond
+// Unicode ends the text, keeping what came before; without memory nothing is
+// appended.
 template <typename element_at>
-std::string encode_utf8(std::size_t count, element_at element)
+void append_utf8(std::string& out, std::size_t count, element_at element)
 {
-    std::string out;
-    try {
-        std::size_t length = 0;
-        std::size_t taken = 0;
-        for (; taken < count; ++taken) {
-            std::size_t const bytes = utf8_length(element(taken));
-            if (bytes == 0) break;
-            length += bytes;
-        }
-        out.resize(length);
-        char* at = out.data();
-        for (std::size_t i = 0; i < taken; ++i) at = put_utf8(at, element(i));
-    } catch (std::bad_alloc const&) {
-        return std::string();
+    std::size_t length = 0;
+    std::size_t taken = 0;
+    for (; taken < count; ++taken) {
+        std::size_t const bytes = utf8_length(element(taken));
+        if (bytes == 0) break;
+        length += bytes;
     }
-    return out;
+    std::size_t const start = out.size();
+    try {
+        out.resize(start + length);
+    } catch (std::bad_alloc const&) {
+        return;
+    }
+    char* at = out.data() + start;
+    for (std::size_t i = 0; i < taken; ++i) at = put_utf8(at, element(i));
 }
 
 } // namespace
 
 std::string wide_to_utf8(std::wstring const& wide)
 {
-    return encode_utf8(wide.size(), [&wide](std::size_t i) { return static_cast<std::uint32_t>(wide[i]); });
+    std::string out;
+    append_utf8(out, wide.size(), [&wide](std::size_t i) { return static_cast<std::uint32_t>(wide[i]); });
+    return out;
 }
 
 // The same encoding straight from the file's bytes: each unit is one element.
-// The names in a Prefetch file are nearly always ASCII, one byte a unit.
-std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes)
+// The names in a Prefetch file are nearly always ASCII, one byte a unit, so
+// that is tried first, four units at a time on a little-endian host.
+void append_utf16le_as_utf8(std::string& out, std::span<std::uint8_t const> bytes)
 {
     std::size_t const units = bytes.size() / 2;
-    // Four units at a time, read as one word: any bit above the low seven of
-    // a unit makes the text other than ASCII.
-    constexpr std::uint64_t above_ascii =
-        std::endian::native == std::endian::little ? 0xFF80FF80FF80FF80ULL : 0x80FF80FF80FF80FFULL;
-    std::uint64_t seen = 0;
-    std::size_t at = 0;
-    for (; at + 4 <= units; at += 4) {
-        std::uint64_t four = 0;
-        std::memcpy(&four, bytes.data() + 2 * at, 8);
-        seen |= four & above_ascii;
-    }
-    for (; at < units; ++at) seen |= (bytes[2 * at] | bytes[2 * at + 1] << 8) & 0xFF80u;
-    if (seen != 0) {
-        return encode_utf8(
-            units, [bytes](std::size_t i) { return static_cast<std::uint32_t>(bytes[2 * i] | bytes[2 * i + 1] << 8); });
-    }
-    std::string out;
+    std::size_t const start = out.size();
     try {
-        out.resize(units);
+        out.resize(start + units);
     } catch (std::bad_alloc const&) {
-        return std::string();
+        return;
     }
-    for (std::size_t i = 0; i < units; ++i) out[i] = static_cast<char>(bytes[2 * i]);
+    char* const text = out.data() + start;
+    std::size_t at = 0;
+    if constexpr (std::endian::native == std::endian::little) {
+        // Any bit above the low seven of a unit makes the text other than ASCII.
+        constexpr std::uint64_t above_ascii = 0xFF80FF80FF80FF80ULL;
+        for (; at + 4 <= units; at += 4) {
+            std::uint64_t four = 0;
+            std::memcpy(&four, bytes.data() + 2 * at, 8);
+            if ((four & above_ascii) != 0) break;
+            // The low byte of each unit, side by side in the low four bytes.
+            four = (four | four >> 8) & 0x0000FFFF0000FFFFULL;
+            auto const packed = static_cast<std::uint32_t>(four | four >> 16);
+            std::memcpy(text + at, &packed, 4);
+        }
+    }
+    for (; at < units; ++at) {
+        unsigned const unit = bytes[2 * at] | bytes[2 * at + 1] << 8;
+        if (unit > 0x7F) break;
+        text[at] = static_cast<char>(unit);
+    }
+    if (at == units) return;
+    out.resize(start);
+    append_utf8(out, units,
+                [bytes](std::size_t i) { return static_cast<std::uint32_t>(bytes[2 * i] | bytes[2 * i + 1] << 8); });
+}
+
+std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes)
+{
+    std::string out;
+    append_utf16le_as_utf8(out, bytes);
     return out;
 }
 
 // Structure is checked, nothing else: overlong forms, surrogates and values
 // above 0x10FFFF pass as computed. On a fault the finished elements stay.
-bool utf8_into_wide(std::wstring& wide_result, std::string const& narrow)
+bool utf8_into_wide(std::wstring& wide_result, std::string_view narrow)
 {
     wide_result.clear();
     if (narrow.empty()) return false;
+    wide_result.reserve(narrow.size());
     std::size_t i = 0;
     while (i < narrow.size()) {
         unsigned char lead = static_cast<unsigned char>(narrow[i++]);
@@ -168,7 +185,7 @@ bool utf8_into_wide(std::wstring& wide_result, std::string const& narrow)
     return true;
 }
 
-std::wstring utf8_to_wide(std::string const& narrow)
+std::wstring utf8_to_wide(std::string_view narrow)
 {
     std::wstring work;
     if (!utf8_into_wide(work, narrow)) return std::wstring();

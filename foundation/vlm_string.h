@@ -16,12 +16,14 @@ std::string wide_to_utf8(std::wstring const& wide);
 // UTF-16LE bytes (a trailing odd byte ignored) to the text that wide_to_utf8
 // makes of the same units widened one by one.
 std::string utf16le_to_utf8(std::span<std::uint8_t const> bytes);
+// The same text put on the end of `out`; nothing is put there if memory runs out.
+void append_utf16le_as_utf8(std::string& out, std::span<std::uint8_t const> bytes);
 // Needs UTF-8 whose structure holds (values are not checked); gives one
 // element per character. Fails on empty or broken text, keeping the elements
 // finished before the fault.
-bool utf8_into_wide(std::wstring& wide_result, std::string const& narrow);
+bool utf8_into_wide(std::wstring& wide_result, std::string_view narrow);
 // As utf8_into_wide, but gives "" on any failure.
-std::wstring utf8_to_wide(std::string const& narrow);
+std::wstring utf8_to_wide(std::string_view narrow);
 
 // A to Z only, in place; the lower-casing forms give back their argument.
 std::string& to_lower_narrow(std::string& text);

@@ -3,6 +3,7 @@
 // whether it lies wholly inside, and reads nothing if it does not.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 struct byte_view {
     std::uint8_t const* data = nullptr;
@@ -61,6 +62,13 @@ inline byte_view read_units_to_zero(byte_view buf, std::uint64_t offset, bool& t
     // The end of the last whole unit: every unit before it lies inside.
     std::uint64_t const last = offset + ((buf.size - offset) & ~std::uint64_t{1});
     std::uint64_t end = offset;
+    // Four units a word while none of them is zero: the test below is true
+    // exactly when one of the word's four 16-bit lanes is zero, whatever
+    // order the host keeps bytes in; the unit loop then finds which.
+    for (std::uint64_t four = 0; end + 8 <= last; end += 8) {
+        std::memcpy(&four, buf.data + end, 8);
+        if (((four - 0x0001000100010001ULL) & ~four & 0x8000800080008000ULL) != 0) break;
+    }
     while (end < last && (buf.data[end] | buf.data[end + 1]) != 0) end += 2;
     terminated = end < last;
     return byte_view{buf.data + offset, static_cast<std::size_t>(end - offset)};

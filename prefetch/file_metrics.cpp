@@ -26,16 +26,16 @@ void read_file_references(file_reference_map& references, byte_view buf, offset_
         !read_u32(buf, pf_header::metrics_count, metrics_count) ||
         !read_u32(buf, pf_header::strings_offset, strings_offset))
         return;
-    // The strings' offsets, ascending as the strings lie in the file.
-    std::vector<std::uint64_t> starts;
-    for (auto const& [offset, text] : file_strings) starts.push_back(offset);
-
     // Entries lie one behind the other, so the first that leaves the buffer
     // ends the array, however large metrics_count claims it to be. They
     // usually follow the strings' order, but a damaged file may not: they are
     // sorted once at the end (the first of equal keys counts), never inserted
     // one by one into the middle.
     std::vector<file_reference_map::value_type> found;
+    found.reserve(std::min<std::size_t>(metrics_count, file_strings.size()));
+    // Entries usually name the strings in their order: the string behind the
+    // last one named is tried before a search.
+    auto next = file_strings.begin();
     for (std::uint64_t i = 0; i < metrics_count; ++i) {
         std::uint64_t const at = metrics_offset + i * entry_size;
         std::uint32_t name_offset = 0;
@@ -44,7 +44,10 @@ void read_file_references(file_reference_map& references, byte_view buf, offset_
             !read_u64(buf, at + metrics_entry::file_reference, reference))
             break;
         std::uint64_t const key = std::uint64_t{strings_offset} + name_offset;
-        if (reference == 0 || !std::binary_search(starts.begin(), starts.end(), key)) continue;
+        if (reference == 0) continue;
+        if (next == file_strings.end() || (*next).first != key) next = file_strings.find(key);
+        if (next == file_strings.end()) continue;
+        ++next;
         found.emplace_back(key, ntfs_file_reference{reference & ((std::uint64_t{1} << sequence_shift) - 1),
                                                     static_cast<std::uint16_t>(reference >> sequence_shift)});
     }

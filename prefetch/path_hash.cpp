@@ -26,7 +26,7 @@ struct running_hash {
 
 // The strings are UTF-8 made unit by unit from UTF-16 (a lone surrogate in
 // its own three-byte form), so widening gives back the stored units exactly.
-running_hash feed(std::uint32_t seed, std::string const& text)
+running_hash feed(std::uint32_t seed, std::string_view text)
 {
     running_hash h{seed, 1};
     for (wchar_t const element : utf8_to_wide(text)) {
@@ -53,7 +53,7 @@ std::uint32_t finish(std::uint32_t version, std::uint32_t sum)
 
 // Where the \VOLUME{...} part of a candidate ends, behind its "}"; 0 when it
 // has none.
-std::size_t volume_guid_end(std::string const& path)
+std::size_t volume_guid_end(std::string_view path)
 {
     if (!starts_with_ignore_case(path, "\\VOLUME{")) return 0;
     std::size_t const brace = path.find('}');
@@ -81,16 +81,16 @@ public:
 
     // The form of the candidate whose hash is the wanted one, or that plus the
     // smallest N, if one is.
-    std::optional<hashed_form> matching_form(std::string const& path)
+    std::optional<hashed_form> matching_form(std::string_view path)
     {
         std::size_t const guid_end = volume_guid_end(path);
         if (guid_end == 0) {
             std::uint32_t const flag = flag_needed(feed(seed_of(m_version), path).value);
-            if (flag <= m_highest_flag) return hashed_form{path, flag};
+            if (flag <= m_highest_flag) return hashed_form{std::string(path), flag};
             return std::nullopt;
         }
         // The rest is the same on every volume: it is hashed once.
-        std::string const rest = path.substr(guid_end);
+        std::string_view const rest = path.substr(guid_end);
         running_hash const tail = feed(0, rest);
         std::array<std::uint32_t, highest_volume> const& devices = device_sums();
         std::uint32_t best_volume = 0, best_flag = m_highest_flag + 1;
@@ -99,7 +99,7 @@ public:
             if (flag < best_flag) best_volume = volume, best_flag = flag;
         }
         if (best_volume == 0) return std::nullopt;
-        return hashed_form{device_path(best_volume) + rest, best_flag};
+        return hashed_form{device_path(best_volume).append(rest), best_flag};
     }
 
 private:
@@ -123,10 +123,10 @@ private:
     bool m_devices_summed = false;
 };
 
-bool names_program(std::string const& path, std::string const& name)
+bool names_program(std::string_view path, std::string const& name)
 {
     std::size_t const slash = path.rfind('\\');
-    return starts_with_ignore_case(std::string_view(path).substr(slash == std::string::npos ? 0 : slash + 1), name);
+    return starts_with_ignore_case(path.substr(slash == std::string_view::npos ? 0 : slash + 1), name);
 }
 
 } // namespace

@@ -21,9 +21,18 @@ constexpr std::uint64_t directory_count = 32;
 constexpr std::size_t kept_bytes = 40;
 } // namespace volume_record
 
+// Bytes of UTF-8 room made for each name ahead: enough for most paths.
+constexpr std::size_t usual_name_length = 64;
+
 // Text of the file's UTF-16LE units, each unit one character as it stands
 // (surrogates are not combined).
 std::string unit_text(byte_view units) { return utf16le_to_utf8({units.data, units.size}); }
+
+// The same text, added to a map under the key.
+void emplace_unit_text(offset_string_map& map, std::uint64_t key, byte_view units)
+{
+    map.emplace_with(key, [units](std::string& text) { append_utf16le_as_utf8(text, {units.data, units.size}); });
+}
 
 // The units from pos up to a zero unit. pos ends behind the zero unit, or at
 // the last whole unit of the buffer when there is none.
@@ -78,7 +87,7 @@ offset_string_map read_directories(byte_view buf, std::uint64_t& pos, std::uint3
             byte_view units;
             read_bytes(buf, pos, end - pos, units);
             ++ordinal;
-            if (keep) dirs.emplace(ordinal, unit_text(units));
+            if (keep) emplace_unit_text(dirs, ordinal, units);
             pos = end + 2;
         }
     } catch (std::exception const&) {
@@ -219,7 +228,11 @@ bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name
 
     // metrics_count says how many strings to take; 0 or too many reads on to
     // the end of the buffer. A string without its zero unit is dropped.
-    if (keep_names) file_strings.reserve(count_strings(buf, strings_offset, metrics_count));
+    if (keep_names) {
+        // Text for names of a usual length, never more than the units left could make.
+        std::size_t const count = count_strings(buf, strings_offset, metrics_count);
+        file_strings.reserve(count, std::min<std::size_t>(count * usual_name_length, (size - strings_offset) / 2));
+    }
     unit_search search(exe_name_wide);
     std::uint64_t pos = strings_offset;
     for (std::uint32_t ordinal = 1;; ++ordinal) {
@@ -230,7 +243,7 @@ bool decode_file_strings(offset_string_map& file_strings, std::wstring& exe_name
         // The first string that contains the header's name, case and all, is
         // the executable's path. An empty name is contained in every string.
         if (search.found_in(units)) exe_name_wide = widen_units(units);
-        if (keep_names) file_strings.emplace(key, unit_text(units));
+        if (keep_names) emplace_unit_text(file_strings, key, units);
         else if (!search.searching()) break; // the path is all that is wanted of them
         if (metrics_count == ordinal) break;
     }

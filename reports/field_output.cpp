@@ -330,7 +330,7 @@ std::string join_texts(std::vector<std::string> const& items)
 
 std::string join_texts(offset_string_map const& items)
 {
-    return join_with_semicolons(items, [](auto const& pair) -> std::string const& { return pair.second; });
+    return join_with_semicolons(items, [](auto const& pair) { return pair.second; });
 }
 
 std::uint64_t created_time(prefetch_entry const& entry)

@@ -205,15 +205,16 @@ void put_json_shown(std::ostream& out, std::string_view text)
 // An entry of a file's details: a loaded file with its NTFS file reference,
 // if it has one, a volume's device path or one of its directories.
 struct detail_item {
-    std::string const& text;
+    std::string_view text;
     ntfs_file_reference const* reference = nullptr;
 
     // Its key in the page's table: the text and the reference, if any, told
     // apart by the first character.
     std::string key() const
     {
-        if (reference == nullptr) return "n" + text;
-        return "r" + std::to_string(reference->mft_entry) + "-" + std::to_string(reference->mft_sequence) + ":" + text;
+        if (reference == nullptr) return std::string("n").append(text);
+        return "r" + std::to_string(reference->mft_entry) + "-" + std::to_string(reference->mft_sequence) + ":" +
+               std::string(text);
     }
 };
 
@@ -227,7 +228,7 @@ void put_item(std::ostream& out, detail_item const& item)
             "," + std::to_string(item.reference->mft_entry) + "," + std::to_string(item.reference->mft_sequence) + "]");
 }
 
-detail_item loaded_file(prefetch_entry const& e, std::uint64_t offset, std::string const& name)
+detail_item loaded_file(prefetch_entry const& e, std::uint64_t offset, std::string_view name)
 {
     auto const found = e.file_references.find(offset);
     return {name, found == e.file_references.end() ? nullptr : &found->second};

@@ -203,7 +203,7 @@ void add_runs(json_object& record, prefetch_entry const& e)
     record.raw("previous_runs_filetime", json_array(first, last, json_number));
 }
 
-std::string file_json(prefetch_entry const& e, std::uint64_t offset, std::string const& name)
+std::string file_json(prefetch_entry const& e, std::uint64_t offset, std::string_view name)
 {
     auto const found = e.file_references.find(offset);
     bool const known = found != e.file_references.end();

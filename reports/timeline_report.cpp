@@ -7,10 +7,10 @@
 
 namespace {
 
-std::string last_path_part(std::string const& path)
+std::string last_path_part(std::string_view path)
 {
     std::size_t const cut = path.rfind('\\');
-    return cut == std::string::npos ? path : path.substr(cut + 1);
+    return std::string(cut == std::string_view::npos ? path : path.substr(cut + 1));
 }
 
 // With -verbose the modules stand with their whole paths, in map order.

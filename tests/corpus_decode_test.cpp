@@ -35,7 +35,7 @@ strings texts_of(json const& list)
 strings values_of(offset_string_map const& map)
 {
     strings out;
-    for (auto const& [offset, text] : map) out.push_back(text);
+    for (auto const& [offset, text] : map) out.emplace_back(text);
     return out;
 }
 

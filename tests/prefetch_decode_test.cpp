@@ -24,7 +24,7 @@ using strings = std::vector<std::string>;
 strings values_of(offset_string_map const& map)
 {
     strings out;
-    for (auto const& [key, text] : map) out.push_back(text);
+    for (auto const& [key, text] : map) out.emplace_back(text);
     return out;
 }
 
@@ -42,6 +42,47 @@ TEST(ByteReader, ReadsOnlyWhatLiesWhollyInside)
     std::uint16_t u16 = 7;
     EXPECT_TRUE(read_u32(buf, 2, u32) && u32 == 0x06050403u);
     EXPECT_FALSE(read_u16(buf, 5, u16) || u16 != 7);
+}
+
+// A string ends at its first zero unit, found four units at a time: every
+// place of the zero (each lane of a word, the tail, none), every start
+// (odd ones too) and a unit cut by the buffer's end, against a unit walk.
+TEST(ByteReader, StringsEndAtTheFirstWholeZeroUnit)
+{
+    for (std::size_t size = 0; size <= 21; ++size)
+        for (std::size_t zero = 0; zero <= size; ++zero)
+            for (std::uint64_t start = 0; start <= 3 && start <= size; ++start) {
+                // Units with a zero byte in either half, never both but at `zero`.
+                std::vector<std::uint8_t> bytes(size);
+                for (std::size_t i = 0; i < size; ++i) bytes[i] = i % 3 == 0 ? 0 : static_cast<std::uint8_t>(i);
+                if (zero + 1 < size) bytes[zero] = bytes[zero + 1] = 0;
+                std::uint64_t end = start;
+                while (end + 1 < size && (bytes[end] | bytes[end + 1]) != 0) end += 2;
+                bool terminated = false;
+                byte_view const units = read_units_to_zero(byte_view{bytes.data(), size}, start, terminated);
+                SCOPED_TRACE(testing::Message() << size << " bytes, zero at " << zero << ", from " << start);
+                EXPECT_EQ(units.data, bytes.data() + start);
+                EXPECT_EQ(units.size, end - start);
+                EXPECT_EQ(terminated, end + 1 < size);
+            }
+}
+
+// Texts by key in one buffer: in key order whatever the order they came in,
+// the first of equal keys kept, found by key, unharmed by the buffer's growth.
+TEST(OffsetStringMap, KeepsTextsInKeyOrderFirstOfEqualKeysWins)
+{
+    offset_string_map map{{30, "thirty"}, {10, "ten"}, {20, ""}, {10, "again"}};
+    EXPECT_FALSE(map.emplace(20, "again"));
+    EXPECT_TRUE(map.emplace_with(40, [](std::string& text) { text.append(5000, 'x'); }));
+    EXPECT_TRUE(map.emplace(5, "five"));
+    std::vector<std::pair<std::uint64_t, std::string>> const pairs(map.begin(), map.end());
+    EXPECT_EQ(pairs, (std::vector<std::pair<std::uint64_t, std::string>>{
+                         {5, "five"}, {10, "ten"}, {20, ""}, {30, "thirty"}, {40, std::string(5000, 'x')}}));
+    EXPECT_EQ((*map.find(30)).second, "thirty");
+    EXPECT_TRUE(map.find(25) == map.end() && map.find(41) == map.end());
+    offset_string_map const copy = map;
+    map.clear();
+    EXPECT_TRUE(map.empty() && values_of(copy).size() == 5 && values_of(copy)[1] == "ten");
 }
 
 // Only the marks of a Prefetch file and of the three containers count, each whole and in its place.

@@ -90,7 +90,7 @@ TEST(ReportWriters, WholeOutputs)
         {"text-run-once", longform, run_once_no_last_run},
         {"text-without-fraction", longform, [](auto& c) { c.m_time_format = "hh:mm:ss"; }},
         {"text-without-volumes", longform, [](auto& c) { c.m_entry.volume_paths.clear(), c.m_entry.volume_dirs.clear(); }},
-        {"text-ordinals-past-999", longform, [](auto& c) { for (std::uint64_t i = 0; i < 1000; ++i) c.m_entry.file_strings[1000 + i] = "F"; }},
+        {"text-ordinals-past-999", longform, [](auto& c) { for (std::uint64_t i = 0; i < 1000; ++i) c.m_entry.file_strings.emplace(1000 + i, "F"); }},
         {"csv-no-last-run", csv, no_last_run},
         {"csv-no-last-run-compact", csv | no_whitespace, no_last_run},
         {"csv-no-last-run-paired-compact", csv | pair_datetime | no_whitespace, no_last_run},

@@ -37,6 +37,25 @@ TEST(utf8, from_utf16le_bytes_as_from_widened_units) {
     }
 }
 
+// ASCII goes four units at a time: one unit above ASCII at any place of a
+// longer text, in any lane of a word or in the tail, sends the whole text the
+// long way; the text lands behind what the string held.
+TEST(utf8, from_utf16le_bytes_any_unit_above_ascii_anywhere) {
+    for (std::uint16_t const odd : {0x80, 0x100, 0x7F00, 0xD800, 0xFFFF})
+        for (std::size_t at = 0; at <= 10; ++at) {
+            std::vector<std::uint8_t> bytes;
+            std::wstring widened;
+            for (std::size_t i = 0; i < 10; ++i) {
+                std::uint16_t const unit = i == at ? odd : static_cast<std::uint16_t>(0x21 + 9 * i);
+                bytes.insert(bytes.end(), {static_cast<std::uint8_t>(unit), static_cast<std::uint8_t>(unit >> 8)});
+                widened.push_back(static_cast<wchar_t>(unit));
+            }
+            std::string text = "held:";
+            append_utf16le_as_utf8(text, bytes);
+            EXPECT_EQ(text, "held:" + wide_to_utf8(widened)) << odd << " at " << at;
+        }
+}
+
 TEST(trim, wide_peels_spaces_then_tabs_then_line_ends) {
     for (json const& r : table.at("trims")) {
         std::wstring text = wide_of(r[0]);
