@@ -360,31 +360,32 @@ bool same_file(std::string const& first, std::string const& second)
            a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-bool file_stat(std::wstring const& path, std::uint64_t& size, std::uint32_t& mode, std::uint64_t& changed,
-               std::uint64_t& modified, std::uint64_t& accessed)
+bool file_facts_of(std::string const& path, file_facts& facts)
 {
-    size = changed = modified = accessed = 0;
-    mode = 0;
-    if (path.empty()) return false;
-    struct stat info {};
-    if (::stat(wide_to_utf8(path).c_str(), &info) != 0) return false;
-    size = static_cast<std::uint64_t>(info.st_size);
-    mode = info.st_mode;
-    changed = static_cast<std::uint64_t>(info.st_ctime);
-    modified = static_cast<std::uint64_t>(info.st_mtime);
-    accessed = static_cast<std::uint64_t>(info.st_atime);
+    facts = file_facts{};
+    // One look-up of the path gives the stat fields and the birth time.
+    struct statx info {};
+    if (path.empty() || ::statx(AT_FDCWD, path.c_str(), AT_STATX_SYNC_AS_STAT, STATX_BASIC_STATS | STATX_BTIME, &info) != 0)
+        return false;
+    facts.size = info.stx_size;
+    facts.mode = info.stx_mode;
+    facts.changed = static_cast<std::uint64_t>(info.stx_ctime.tv_sec);
+    facts.modified = static_cast<std::uint64_t>(info.stx_mtime.tv_sec);
+    facts.accessed = static_cast<std::uint64_t>(info.stx_atime.tv_sec);
+    // Ext4, XFS and Btrfs keep a birth time; others leave the mask bit clear.
+    facts.born_known = (info.stx_mask & STATX_BTIME) != 0;
+    if (facts.born_known) {
+        facts.born_seconds = info.stx_btime.tv_sec;
+        facts.born_nanoseconds = info.stx_btime.tv_nsec;
+    }
     return true;
 }
 
-bool file_birth_time(std::string const& path, std::int64_t& seconds, std::uint32_t& nanoseconds)
+bool file_stat(std::wstring const& path, std::uint64_t& size, std::uint32_t& mode, std::uint64_t& changed,
+               std::uint64_t& modified, std::uint64_t& accessed)
 {
-    seconds = 0;
-    nanoseconds = 0;
-    struct statx facts {};
-    if (path.empty() || ::statx(AT_FDCWD, path.c_str(), 0, STATX_BTIME, &facts) != 0) return false;
-    // Ext4, XFS and Btrfs keep a birth time; others leave the mask bit clear.
-    if ((facts.stx_mask & STATX_BTIME) == 0) return false;
-    seconds = facts.stx_btime.tv_sec;
-    nanoseconds = facts.stx_btime.tv_nsec;
-    return true;
+    file_facts facts;
+    bool const found = file_facts_of(wide_to_utf8(path), facts);
+    size = facts.size, mode = facts.mode, changed = facts.changed, modified = facts.modified, accessed = facts.accessed;
+    return found;
 }

@@ -182,5 +182,14 @@ bool same_file(std::string const& first, std::string const& second);
 // Size, mode, and the raw unix seconds of st_ctime, st_mtime, st_atime.
 bool file_stat(std::wstring const& path, std::uint64_t& size, std::uint32_t& mode, std::uint64_t& changed,
                std::uint64_t& modified, std::uint64_t& accessed);
-// The file's birth time, where its file system keeps one; false otherwise.
-bool file_birth_time(std::string const& path, std::int64_t& seconds, std::uint32_t& nanoseconds);
+// What the file system says of a file: the stat fields and, where the file
+// system keeps one, the birth time. All zero when the path names nothing.
+struct file_facts {
+    std::uint64_t size = 0;
+    std::uint32_t mode = 0;
+    std::uint64_t changed = 0, modified = 0, accessed = 0; // raw unix seconds
+    bool born_known = false;
+    std::int64_t born_seconds = 0;
+    std::uint32_t born_nanoseconds = 0;
+};
+bool file_facts_of(std::string const& path, file_facts& facts);

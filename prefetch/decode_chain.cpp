@@ -55,19 +55,16 @@ std::uint64_t unix_to_filetime(std::uint64_t seconds) { return vlm::time(seconds
 
 bool read_file_facts(std::wstring const& path, prefetch_entry& entry)
 {
-    std::uint64_t size = 0, changed = 0, modified = 0, accessed = 0;
-    std::uint32_t mode = 0;
-    if (!file_stat(path, size, mode, changed, modified, accessed)) return false;
-    entry.input_file_size = size;
-    entry.input_file_mode = mode;
-    entry.input_modified = unix_to_filetime(modified);
-    entry.input_accessed = unix_to_filetime(accessed);
+    file_facts facts;
+    if (!file_facts_of(wide_to_utf8(path), facts)) return false;
+    entry.input_file_size = facts.size;
+    entry.input_file_mode = facts.mode;
+    entry.input_modified = unix_to_filetime(facts.modified);
+    entry.input_accessed = unix_to_filetime(facts.accessed);
     entry.input_unused_time = 0;
-    entry.input_stats_changed = unix_to_filetime(changed);
-    std::int64_t born = 0;
-    std::uint32_t born_nanoseconds = 0;
-    if (file_birth_time(wide_to_utf8(path), born, born_nanoseconds) && born >= 0)
-        entry.input_created = unix_to_filetime(static_cast<std::uint64_t>(born)) + born_nanoseconds / 100;
+    entry.input_stats_changed = unix_to_filetime(facts.changed);
+    if (facts.born_known && facts.born_seconds >= 0)
+        entry.input_created = unix_to_filetime(static_cast<std::uint64_t>(facts.born_seconds)) + facts.born_nanoseconds / 100;
     entry.input_time_label = "Time last run";
     entry.input_time_source = "pf";
     entry.input_time_kind = 1;
