@@ -20,11 +20,16 @@ namespace {
 // watching a batch on a terminal still sees every line as it is finished.
 class line_sink {
 public:
-    explicit line_sink(std::ostream& out) : m_out(out), m_each_line(is_terminal(out)) {}
+    explicit line_sink(std::ostream& out) : m_out(out), m_each_line(is_terminal(out)), m_text(thread_buffer())
+    {
+        m_text.clear();
+    }
     ~line_sink()
     {
         send();
         m_out.flush();
+        // A line of megabytes (a hostile name) leaves no buffer of its size behind.
+        if (m_text.capacity() > 4 * piece_size) std::string().swap(m_text);
     }
     line_sink(line_sink const&) = delete;
     line_sink& operator=(line_sink const&) = delete;
@@ -45,6 +50,13 @@ private:
         static bool const terminal = ::isatty(STDOUT_FILENO) == 1;
         return terminal && &out == &std::cout;
     }
+    // One buffer for the reports of a thread, kept at its size from report
+    // to report: growing a new one for each took more than filling it.
+    static std::string& thread_buffer()
+    {
+        thread_local std::string text;
+        return text;
+    }
     void send()
     {
         m_out.write(m_text.data(), static_cast<std::streamsize>(m_text.size()));
@@ -53,7 +65,7 @@ private:
 
     std::ostream& m_out;
     bool const m_each_line;
-    std::string m_text;
+    std::string& m_text; // one line_sink at a time on a thread
 };
 
 // The file system times of the Prefetch file are shown to the second (the

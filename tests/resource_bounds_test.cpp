@@ -6,8 +6,11 @@
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "support/container_encoder.h"
 #include "support/prefetch_builder.h"
@@ -137,13 +140,25 @@ INSTANTIATE_TEST_SUITE_P(worst, resource_bounds,
                          [](auto const& info) { return std::string(info.param.name); });
 
 // Peak resident size in KiB of one kito -pipe over the names in `list`; spawned, as a fork would count this process.
-long peak_rss_kib(std::string const& list, std::vector<char const*> options = {})
+// The peak memory of kito -pipe over a list. With `stalled_output` its
+// results go to a pipe that is read only after that long: the first report
+// then waits on a full pipe while the other files are decoded, the most that
+// can be in flight at once.
+long peak_rss_kib(std::string const& list, std::vector<char const*> options = {},
+                  std::chrono::milliseconds stalled_output = {})
 {
     std::string const kito = env_or_empty("KITO_BINARY");
+    int results[2] = {-1, -1};
+    if (stalled_output.count() > 0 && ::pipe(results) != 0) return -1;
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, list.c_str(), O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    if (results[1] >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, results[1], 1);
+        posix_spawn_file_actions_addclose(&actions, results[0]);
+    } else {
+        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    }
     posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
     options.insert(options.begin(), {kito.c_str(), "-pipe"});
     options.push_back(nullptr);
@@ -151,9 +166,17 @@ long peak_rss_kib(std::string const& list, std::vector<char const*> options = {}
     pid_t pid = 0;
     int status = 0;
     rusage usage{};
-    bool const ok = posix_spawn(&pid, kito.c_str(), &actions, nullptr, argv, environ) == 0 &&
-                    ::wait4(pid, &status, 0, &usage) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    bool ok = posix_spawn(&pid, kito.c_str(), &actions, nullptr, argv, environ) == 0;
     posix_spawn_file_actions_destroy(&actions);
+    if (results[1] >= 0) {
+        ::close(results[1]);
+        if (ok) std::this_thread::sleep_for(stalled_output);
+        char drained[65536];
+        while (::read(results[0], drained, sizeof drained) > 0) {
+        }
+        ::close(results[0]);
+    }
+    ok = ok && ::wait4(pid, &status, 0, &usage) == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     return ok ? usage.ru_maxrss : -1;
 }
 
@@ -180,9 +203,11 @@ TEST(batch_memory, stays_flat_over_thousands_of_files)
 }
 
 // Two threads keep at most eight files in flight (the window itself is
-// shown in ordered_work_test): a batch whose every file unpacks to the 16 MiB
-// limit, eight million names kept for the timeline's module list, peaks
-// below four times the peak of one such file.
+// shown in ordered_work_test). The worst case: files that each unpack to the
+// 16 MiB limit, eight million names kept for the timeline's module list,
+// half as many again as the window holds, with the results read only after
+// the other thread has had time to decode them all. The peak stays below
+// eight times that of one such file; without the window it is above.
 TEST(batch_memory, files_in_flight_stay_within_the_window)
 {
 #if defined(__SANITIZE_ADDRESS__)
@@ -194,14 +219,15 @@ TEST(batch_memory, files_in_flight_stay_within_the_window)
     std::string const name = folder / "zeros.pf\n";
     write_file(folder / "one.txt", name);
     std::string many;
-    for (int i = 0; i < 10; ++i) many += name;
+    for (int i = 0; i < 12; ++i) many += name;
     write_file(folder / "many.txt", many);
-    std::vector<char const*> const options{"-csvl2t", "-threads", "2"};
-    long const one = peak_rss_kib(folder / "one.txt", options), all = peak_rss_kib(folder / "many.txt", options);
+    std::vector<char const*> const options{"-csvl2t", "-verbose", "-threads", "2"};
+    long const one = peak_rss_kib(folder / "one.txt", options);
+    long const all = peak_rss_kib(folder / "many.txt", options, std::chrono::seconds(5));
     ASSERT_GT(one, 0);
     RecordProperty("one_file_peak_rss_kb", std::to_string(one));
     RecordProperty("peak_rss_kb", std::to_string(all));
-    EXPECT_LT(all, 4 * one) << "peak RSS " << one << " KiB for one file, " << all << " for ten";
+    EXPECT_LT(all, 8 * one) << "peak RSS " << one << " KiB for one file, " << all << " for 12";
     EXPECT_GT(all, one + one / 2) << "the files did not run side by side";
 }
 
