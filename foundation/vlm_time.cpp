@@ -163,10 +163,11 @@ std::int32_t local_utc_offset()
 {
     // The offset is that of the present moment, which the zone code answers
     // afresh from /etc/localtime on every call; a report asks for it for every
-    // time it prints. It can change only when the clock's second does.
-    static bool known = false;
-    static std::time_t asked_at = 0;
-    static std::int32_t offset = 0;
+    // time it prints. It can change only when the clock's second does. Each
+    // thread keeps its own answer: files are decoded on several at once.
+    thread_local bool known = false;
+    thread_local std::time_t asked_at = 0;
+    thread_local std::int32_t offset = 0;
     std::time_t const now = std::time(nullptr);
     if (known && now == asked_at) return offset;
     std::tm local{};
