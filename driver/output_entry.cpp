@@ -87,6 +87,10 @@ decode_wants wants_of(kito_user_context const& options)
 
 void decode_input(decoded_input& input, evidence_item const& item, input_reader const& read, decode_buffers& buffers)
 {
+    // A place that held an earlier file keeps only the memory of its lists.
+    prefetch_entry room = emptied(std::move(input.entry));
+    input = decoded_input{};
+    input.entry = std::move(room);
     problem_capture const capture(input.messages);
     try {
         input.decoded = read(item, buffers, input.entry, input.version_label);
@@ -103,7 +107,9 @@ bool report_decoded_input(std::ostream& out, kito_user_context& context, decoded
     std::fputs(input.messages.c_str(), stderr);
     bool const reported = counted_report(out, context, input.decoded, input.threw);
     // Nothing reads a file's entry after its report: letting it go keeps the
-    // files alive at once to those in flight.
+    // files alive at once to those in flight. The memory of its lists goes
+    // back to the input's place, for the file decoded there next.
+    input.entry = emptied(std::move(context.m_entry));
     context.m_entry = prefetch_entry{};
     return reported;
 }

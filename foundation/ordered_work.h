@@ -12,7 +12,9 @@
 #include <thread>
 #include <vector>
 
-// make(item&) fills the next item and says whether there was one; work(item&,
+// make(item&) fills the next item and says whether there was one. An item
+// handed on goes back to make, with what it held, so that its memory serves
+// the next one: make and work set all they later read. work(item&,
 // worker) runs on worker number `worker` (below `threads`) and must touch
 // nothing that another item's work touches, except through `worker`'s own
 // state; done(item&) gets each item in the order make made them. With one
@@ -28,19 +30,21 @@ template <typename item, typename make_fn, typename work_fn, typename done_fn>
 void run_in_order(unsigned threads, std::size_t window, make_fn make, work_fn work, done_fn done)
 {
     if (threads <= 1) {
-        for (;;) {
-            item next{};
-            if (!make(next)) return;
+        item next{};
+        while (make(next)) {
             work(next, 0u);
             done(next);
         }
+        return;
     }
     struct slot {
         item value{};
         bool finished = false;
     };
-    // Owned here and destroyed after the pool below has stopped.
+    // Owned here and destroyed after the pool below has stopped; those handed
+    // on wait in `spare` to be made again, so there are never more than `window`.
     std::deque<std::unique_ptr<slot>> in_flight;
+    std::vector<std::unique_ptr<slot>> spare;
     struct pool {
         std::mutex lock;
         std::condition_variable work_ready, awaited_finished;
@@ -99,8 +103,16 @@ void run_in_order(unsigned threads, std::size_t window, make_fn make, work_fn wo
     }
     for (bool more = true;;) {
         while (more && in_flight.size() < window) {
-            auto next = std::make_unique<slot>();
+            std::unique_ptr<slot> next;
+            if (spare.empty()) {
+                next = std::make_unique<slot>();
+            } else {
+                next = std::move(spare.back());
+                spare.pop_back();
+                next->finished = false;
+            }
             more = make(next->value);
+            if (!more) spare.push_back(std::move(next));
             if (!more) break;
             std::lock_guard<std::mutex> guard(shared.lock);
             shared.waiting.push_back(next.get());
@@ -125,6 +137,7 @@ void run_in_order(unsigned threads, std::size_t window, make_fn make, work_fn wo
             }
         }
         done(front->value);
+        spare.push_back(std::move(in_flight.front()));
         in_flight.pop_front();
     }
 }

@@ -57,6 +57,8 @@ public:
 
     void reserve(std::size_t count) { m_pairs.reserve(count); }
     void clear() { m_pairs.clear(); }
+    // Bytes held, used or not.
+    std::size_t room() const { return m_pairs.capacity() * sizeof(value_type); }
     std::size_t size() const { return m_pairs.size(); }
     bool empty() const { return m_pairs.empty(); }
     const_iterator begin() const { return m_pairs.begin(); }
@@ -166,6 +168,8 @@ public:
         m_spans.clear();
         m_text.clear();
     }
+    // Bytes held, used or not.
+    std::size_t room() const { return m_spans.capacity() * sizeof(text_span) + m_text.capacity(); }
     std::size_t size() const { return m_spans.size(); }
     bool empty() const { return m_spans.empty(); }
     const_iterator begin() const { return const_iterator(m_spans.begin(), &m_text); }

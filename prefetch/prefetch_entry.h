@@ -120,3 +120,9 @@ struct prefetch_entry {
     std::vector<std::array<std::uint8_t, 40>> volume_records;
     std::vector<offset_string_map> volume_dirs;
 };
+
+// A new entry that takes over the memory of `used`'s lists of names and
+// volumes, emptied, where it is no more than a usual file needs: decoding
+// file after file into the same place then seldom asks for memory, which
+// costs most when another thread freed it. Every value is that of a new entry.
+prefetch_entry emptied(prefetch_entry&& used);

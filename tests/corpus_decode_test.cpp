@@ -3,6 +3,7 @@
 // decoded fact. Real files load without a word; the one under Bad/ is refused.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -131,6 +132,44 @@ TEST(corpus_decode, synthetic_files_as_their_sidecars_say)
             if (!form.sections) continue;
             EXPECT_EQ(sections_of(e), sections_of(w)) << form.name;
         }
+    }
+}
+
+// A batch decodes each file into the place of one reported before, which
+// keeps only the memory of its lists: every corpus file, synthetic and real,
+// damaged ones too, shows in a batch behind another the record it shows alone.
+TEST(corpus_decode, a_file_after_another_shows_what_it_shows_alone)
+{
+    std::string const corpus = corpus_dir();
+    if (corpus.empty()) GTEST_SKIP() << "KITO_CORPUS not set";
+    std::vector<std::string> paths;
+    for (auto const& file : std::filesystem::recursive_directory_iterator(corpus))
+        if (file.is_regular_file() && file.path().extension() == ".pf") paths.push_back(file.path().string());
+    std::sort(paths.begin(), paths.end());
+    ASSERT_GT(paths.size(), 1u);
+    std::string list;
+    for (std::string const& path : paths) list += path + "\n";
+    // The records of -json between the run's first line and its summary: a
+    // file's every decoded value, or why it failed.
+    auto const records = [](std::string const& out) {
+        std::vector<std::string> lines;
+        for (std::size_t at = 0, end; (end = out.find('\n', at)) != std::string::npos; at = end + 1)
+            lines.push_back(out.substr(at, end - at));
+        return lines.size() < 2 ? lines : std::vector<std::string>(lines.begin() + 1, lines.end() - 1);
+    };
+    std::vector<std::string> alone;
+    std::string alone_messages; // standard error of each run alone, one after the other
+    for (std::string const& path : paths) {
+        process_result const run = run_kito({"-pipe", "-json", "-quiet"}, path + "\n");
+        std::vector<std::string> const record = records(run.out);
+        ASSERT_EQ(record.size(), 1u) << path;
+        alone.push_back(record[0]);
+        alone_messages += run.err;
+    }
+    for (std::string const threads : {"1", "2"}) {
+        process_result const run = run_kito({"-pipe", "-json", "-quiet", "-threads", threads}, list);
+        EXPECT_EQ(records(run.out), alone) << threads << " threads";
+        EXPECT_EQ(run.err, alone_messages) << threads << " threads";
     }
 }
 
