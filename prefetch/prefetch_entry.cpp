@@ -4,8 +4,9 @@
 
 namespace {
 
-// Lists larger than this (a hostile file's millions of names) are let go.
-constexpr std::size_t kept_room = std::size_t{1} << 20;
+// Lists larger than a large real file needs (a hostile file's millions of
+// names) are let go, so that the places of a batch keep little memory.
+constexpr std::size_t kept_room = std::size_t{256} << 10;
 
 template <typename item>
 std::size_t room(std::vector<item> const& list)
