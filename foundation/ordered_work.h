@@ -112,8 +112,10 @@ void run_in_order(unsigned threads, std::size_t window, make_fn make, work_fn wo
                 next->finished = false;
             }
             more = make(next->value);
-            if (!more) spare.push_back(std::move(next));
-            if (!more) break;
+            if (!more) {
+                spare.push_back(std::move(next));
+                break;
+            }
             std::lock_guard<std::mutex> guard(shared.lock);
             shared.waiting.push_back(next.get());
             if (shared.idle > 0) shared.work_ready.notify_one();
